@@ -1,0 +1,47 @@
+// Helpers shared by the test binaries.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "lumvane/platform/RecordingLogBackend.h"
+
+namespace lumvane::testing {
+
+// Routes the process log handle (LVLog) into a recording backend for the
+// lifetime of the object, then restores the previous backend.
+class ScopedLogCapture final {
+ public:
+  explicit ScopedLogCapture(LogLevel threshold = LogLevel::Debug);
+  ~ScopedLogCapture();
+  ScopedLogCapture(const ScopedLogCapture&) = delete;
+  ScopedLogCapture& operator=(const ScopedLogCapture&) = delete;
+
+  RecordingLogBackend& log() { return *recording_; }
+
+ private:
+  std::shared_ptr<RecordingLogBackend> recording_;
+  std::shared_ptr<LogBackend> previous_;
+};
+
+// A fresh directory under $TMPDIR (or /tmp), removed with everything in it
+// when the object goes.
+class TempDir final {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+// Writes `contents` to `path`, replacing it; fails the current test on error.
+void WriteFile(const std::string& path, const std::string& contents);
+std::string ReadFile(const std::string& path);
+
+}  // namespace lumvane::testing
