@@ -6,19 +6,13 @@
 #include <thread>
 #include <vector>
 
+#include "tests/SubsystemCategoryFilter/TestObjects.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
 namespace {
 
-SignpostObject Object(std::optional<std::string> s, std::optional<std::string> c,
-                      std::optional<std::string> n) {
-  SignpostObjectProperties p;
-  p.subsystem = std::move(s);
-  p.category = std::move(c);
-  p.name = std::move(n);
-  return SignpostObject(std::move(p));
-}
+using testing::Object;
 
 // Under ctest each test runs in its own process, so this is a true first
 // request; run in one process with the others it still checks identity.
