@@ -19,6 +19,8 @@ class SignpostAnimationInterval : public SignpostInterval {
   float frameRate() const { return frameRate_; }
 
   const char* signpostType() const override { return "AnimationInterval"; }
+  // The interval payload plus "FrameRate".
+  std::optional<Dictionary> dovetelPayload() const override;
 
  private:
   const float frameRate_;

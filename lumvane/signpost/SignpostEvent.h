@@ -19,6 +19,8 @@ class SignpostEvent : public SignpostObject {
 
   const char* signpostType() const override { return "Event"; }
   bool canGenerateDovetelPayload() const override { return true; }
+  // The common payload plus "StartProcessName".
+  std::optional<Dictionary> dovetelPayload() const override;
 
  private:
   const std::optional<std::string> processName_;

@@ -27,6 +27,9 @@ class SignpostInterval : public SignpostObject {
 
   const char* signpostType() const override { return "Interval"; }
   bool canGenerateDovetelPayload() const override { return true; }
+  // The common payload plus "StartProcessName" and "EndProcessName" (both
+  // taken from the "BundleIdOverride" attribute for one subsystem).
+  std::optional<Dictionary> dovetelPayload() const override;
 
  private:
   const std::shared_ptr<const SignpostEvent> beginEvent_;

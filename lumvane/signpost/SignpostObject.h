@@ -52,6 +52,10 @@ class SignpostObject : public VantrelObject {
   // The kind of item, as reported under "IntervalType".
   virtual const char* signpostType() const { return "SignpostObject"; }
 
+  // The payload keys every signpost shares: identity, named arguments,
+  // "IntervalType" and "DurationInSeconds".
+  std::optional<Dictionary> dovetelPayload() const override;
+
  private:
   const SignpostObjectProperties p_;
 };

@@ -3,6 +3,10 @@
 // derived definition winning.
 #pragma once
 
+#include <optional>
+
+#include "lumvane/signpost/Value.h"
+
 namespace lumvane {
 
 class VantrelObject {
@@ -12,6 +16,12 @@ class VantrelObject {
   // Whether objects of this class can be turned into a telemetry payload.
   // A constant of the class, never of the object's contents.
   virtual bool canGenerateDovetelPayload() const { return false; }
+
+  // A fresh telemetry payload for this object, owned by the caller; absent
+  // for classes that describe nothing reportable. Each subclass starts from
+  // its parent's payload. The builders of the signpost classes live with the
+  // telemetry code (lumvane/telemetry/DovetelReporting.cc).
+  virtual std::optional<Dictionary> dovetelPayload() const { return std::nullopt; }
 
  protected:
   VantrelObject() = default;

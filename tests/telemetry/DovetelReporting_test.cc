@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "lumvane/signpost/SignpostAnimationInterval.h"
+#include "lumvane/telemetry/BundleIdentifierCache.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using testing::ScopedLogCapture;
+using testing::TempDir;
+using Keys = std::vector<std::string>;
+
+void WriteBundle(const std::string& dir, const std::string& identifier, bool binary) {
+  std::filesystem::create_directories(dir + "/Contents");
+  plist_t dict = plist_new_dict();
+  plist_dict_set_item(dict, "BundleIdentifier", plist_new_string(identifier.c_str()));
+  char* data = nullptr;
+  uint32_t length = 0;
+  binary ? plist_to_bin(dict, &data, &length) : plist_to_xml(dict, &data, &length);
+  testing::WriteFile(dir + "/Contents/Info.plist", std::string(data, length));
+  binary ? plist_to_bin_free(data) : plist_to_xml_free(data);
+  plist_free(dict);
+}
+
+class CountingLookup final : public BundleLookup {
+ public:
+  BundleInfo bundleAtPath(const std::string& directory) const override {
+    asked.push_back(directory);
+    return {true, directory == "/Applications/Foo.app" ? std::optional<std::string>("com.foo")
+                                                       : std::nullopt};
+  }
+  mutable std::vector<std::string> asked;
+};
+
+TEST(BundleIdentifierCacheTest, FindsRealBundlesOnceAndRemembersThem) {
+  TempDir dir;
+  WriteBundle(dir.file("Foo.app"), "com.example.foo", false);
+  WriteBundle(dir.file("Bar.app"), "com.example.bar", true);
+  const std::string foo = dir.file("Foo.app/Foo"), bar = dir.file("Bar.app/Contents/MacOS/Bar");
+  ScopedLogCapture capture;
+  EXPECT_EQ(bundleIdentifierForImagePath(foo), "com.example.foo");
+  EXPECT_EQ(bundleIdentifierForImagePath(bar), "com.example.bar");
+  EXPECT_EQ(bundleIdentifierForImagePath(std::nullopt), std::nullopt);
+  // With the bundles gone, only the cache can still answer.
+  std::filesystem::remove_all(dir.file("Foo.app"));
+  std::filesystem::remove_all(dir.file("Bar.app"));
+  EXPECT_EQ(bundleIdentifierForImagePath(foo), "com.example.foo");
+  EXPECT_EQ(bundleIdentifierForImagePath(bar), "com.example.bar");
+  EXPECT_EQ(capture.log().count("Found bundle ID: \"com.example.foo\" for path:\"" + foo + "\""),
+            1u);
+  EXPECT_EQ(capture.log().messages().size(), 2u);
+}
+
+TEST(BundleIdentifierCacheTest, WalksWithThePrefixRuleAndCachesMisses) {
+  CountingLookup lookup;
+  BundleIdentifierCache cache(lookup);
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Applications/Foo.app/Foo"), "com.foo");
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Applications/Foo.app/Foo"), "com.foo");
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Other/Foo.framework/x/Foo"), std::nullopt);
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Other/Foo.framework/x/Foo"), std::nullopt);
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/tools/foo"), std::nullopt);
+  EXPECT_EQ(lookup.asked, (Keys{"/Applications/Foo.app", "/Other/Foo.framework"}));
+  EXPECT_EQ(cache.size(), 3u);
+
+  auto dirFor = &BundleIdentifierCache::bundleDirectoryForImagePath;
+  EXPECT_EQ(dirFor("/A/Foobar.app/Foo"), std::nullopt);  // "Foo." is the prefix, not "Foo"
+  EXPECT_EQ(dirFor("/A/Foo/Foo"), std::nullopt);
+  EXPECT_EQ(dirFor("/Foo.app/Foo"), "/Foo.app");
+  EXPECT_EQ(dirFor("Foo.app/Foo"), "Foo.app");
+  EXPECT_EQ(dirFor("Foo"), std::nullopt);
+  EXPECT_EQ(dirFor("/Foo"), std::nullopt);
+  std::string nested = "/x/Foo.app";
+  for (int i = 0; i < 99; ++i) nested += "/d";
+  EXPECT_EQ(dirFor(nested + "/Foo"), "/x/Foo.app");  // the 100th directory examined
+  EXPECT_EQ(dirFor(nested + "/d/Foo"), std::nullopt);
+}
+
+SignpostObjectProperties Props() {
+  SignpostObjectProperties p;
+  p.subsystem = "com.example.net";
+  p.category = "fetch";
+  p.name = "Request";
+  p.durationSeconds = 1.5f;
+  return p;
+}
+
+std::shared_ptr<const SignpostEvent> Side(std::optional<std::string> process,
+                                          std::optional<std::string> path = std::nullopt) {
+  return std::make_shared<SignpostEvent>(Props(), std::move(process), std::move(path));
+}
+
+TEST(DovetelPayloadTest, EventCarriesArgumentsInOrderWithTheirKinds) {
+  SignpostObjectProperties p = Props();
+  p.name.reset();
+  p.string1Name = "s1";
+  p.string1Value = "v1";
+  p.string2Name = "s2";  // no value: the name alone
+  p.number1Name = "n1";
+  p.number1Value = Number::fromInt64(-3);
+  p.number2Value = Number::fromDouble(2.5);  // no name: neither key
+  SignpostEvent event(p, std::nullopt, std::nullopt);
+  std::optional<Dictionary> payload = event.dovetelPayload();
+  ASSERT_TRUE(payload);
+  EXPECT_EQ(payload->keys(), (Keys{"Subsystem", "Category", "Name", "String1Name", "String1Value",
+                                   "String2Name", "Number1Name", "Number1Value", "IntervalType",
+                                   "DurationInSeconds", "StartProcessName"}));
+  EXPECT_EQ(*payload->find("Name"), Value("Unknown"));
+  EXPECT_EQ(*payload->find("Number1Value"), Value(Number::fromInt64(-3)));
+  EXPECT_EQ(*payload->find("IntervalType"), Value("Event"));
+  EXPECT_EQ(*payload->find("DurationInSeconds"), Value(Number::fromFloat(1.5f)));
+  EXPECT_EQ(*payload->find("StartProcessName"), Value("Unknown"));
+
+  p.subsystem.reset();
+  EXPECT_FALSE(SignpostEvent(p, "proc", std::nullopt).dovetelPayload()->contains("Subsystem"));
+  EXPECT_EQ(*SignpostEvent(p, "proc", "/no/such/proc").dovetelPayload()->find("StartProcessName"),
+            Value("proc"));
+}
+
+TEST(DovetelPayloadTest, IntervalsNameEachSideAndHonourTheOverrideForOneSubsystem) {
+  TempDir dir;
+  WriteBundle(dir.file("Foo.app"), "com.example.foo", true);
+  SignpostInterval interval(Props(), Side("begin", dir.file("Foo.app/Foo")), Side("end"),
+                            Dictionary{{"BundleIdOverride", "com.other"}});
+  std::optional<Dictionary> payload = interval.dovetelPayload();
+  ASSERT_TRUE(payload);
+  EXPECT_EQ(payload->keys(), (Keys{"Subsystem", "Category", "Name", "IntervalType",
+                                   "DurationInSeconds", "StartProcessName", "EndProcessName"}));
+  EXPECT_EQ(*payload->find("IntervalType"), Value("Interval"));
+  EXPECT_EQ(*payload->find("StartProcessName"), Value("com.example.foo"));
+  EXPECT_EQ(*payload->find("EndProcessName"), Value("end"));
+
+  SignpostObjectProperties halvenrod = Props();
+  halvenrod.subsystem = "com.orvel.halvenrod";
+  ScopedLogCapture capture;
+  SignpostAnimationInterval animation(halvenrod, Side("begin"), Side("end"),
+                                      Dictionary{{"BundleIdOverride", "com.override"}}, 59.5f);
+  payload = animation.dovetelPayload();
+  ASSERT_TRUE(payload);
+  EXPECT_EQ(payload->keys(),
+            (Keys{"Subsystem", "Category", "Name", "IntervalType", "DurationInSeconds",
+                  "StartProcessName", "EndProcessName", "FrameRate"}));
+  EXPECT_EQ(*payload->find("IntervalType"), Value("AnimationInterval"));
+  EXPECT_EQ(*payload->find("StartProcessName"), Value("com.override"));
+  EXPECT_EQ(*payload->find("EndProcessName"), Value("com.override"));
+  EXPECT_EQ(*payload->find("FrameRate"), Value(Number::fromFloat(59.5f)));
+  EXPECT_EQ(capture.log().count(
+                "com.orvel.halvenrod/fetch/Request: Overriding bundle ID to com.override"),
+            1u);
+}
+
+}  // namespace
+}  // namespace lumvane
