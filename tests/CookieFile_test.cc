@@ -1,0 +1,115 @@
+#include "lumvane/CookieFile.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+bool present(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0;
+}
+
+TEST(CookieFileTest, CreatesOnceAndClearsWhatItCreated) {
+  testing::TempDir dir;
+  testing::ScopedLogCapture capture;
+  CookieFile cookie(dir.file("lumvane_running"));
+  cookie.clearCookieFile();  // nothing there: nothing logged
+  EXPECT_FALSE(cookie.cookieFileExists());
+  EXPECT_TRUE(cookie.createCookieFile());
+  EXPECT_EQ(fs::file_size(cookie.path()), 0u);
+  EXPECT_FALSE(cookie.createCookieFile());
+  EXPECT_TRUE(cookie.cookieFileExists());
+  cookie.clearCookieFile();
+  EXPECT_FALSE(present(cookie.path()));
+  EXPECT_EQ(capture.log().messages(), (Lines{"Created cookie file", "Cleared cookie file"}));
+}
+
+TEST(CookieFileTest, DirectoryCountsAsPresentAndIsRemovedWithItsContents) {
+  testing::TempDir dir;
+  std::string path = dir.file("lumvane_running");
+  fs::create_directories(path + "/a/b");
+  testing::WriteFile(path + "/a/b/f", "x");
+  testing::ScopedLogCapture capture;
+  CookieFile cookie(path);
+  EXPECT_TRUE(cookie.cookieFileExists());  // the run bails...
+  cookie.clearCookieFile();                // ...and removes it
+  EXPECT_FALSE(present(path));
+  EXPECT_EQ(capture.log().messages(), (Lines{"Cookie file exists but is directory",
+                                             "Cookie file exists but is directory",
+                                             "Cleared cookie file"}));
+}
+
+TEST(CookieFileTest, SymbolicLinksAreNeverFollowed) {
+  testing::TempDir dir;
+  std::string path = dir.file("lumvane_running");
+  std::string target = dir.file("victim");
+  ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
+
+  // Creation refuses a dangling link and does not create its target.
+  std::optional<Error> error;
+  EXPECT_FALSE(DefaultFileManager().createFileAtPath(path, &error));
+  ASSERT_TRUE(error.has_value());
+  EXPECT_NE(error->localizedDescription().find(path), std::string::npos);
+  CookieFile cookie(path);
+  EXPECT_TRUE(cookie.cookieFileExists());  // a dangling link is something
+  EXPECT_FALSE(cookie.createCookieFile());
+  EXPECT_FALSE(present(target));
+
+  // Clearing removes a link to a directory, not the directory; removing a
+  // tree leaves alone what a link inside it points to.
+  fs::create_directory(target);
+  testing::WriteFile(target + "/keep", "k");
+  cookie.clearCookieFile();
+  EXPECT_FALSE(present(path));
+  fs::create_directory(path);
+  ASSERT_EQ(symlink(target.c_str(), (path + "/inner").c_str()), 0);
+  cookie.clearCookieFile();
+  EXPECT_FALSE(present(path));
+  EXPECT_EQ(testing::ReadFile(target + "/keep"), "k");
+}
+
+// Fails every removal, with or without a reason.
+class FailingRemoval final : public FileManager {
+ public:
+  explicit FailingRemoval(std::optional<Error> reason) : reason_(std::move(reason)) {}
+  bool fileExistsAtPath(const std::string&, bool* isDirectory) const override {
+    if (isDirectory) *isDirectory = false;
+    return true;
+  }
+  bool createFileAtPath(const std::string&, std::optional<Error>*) override { return false; }
+  bool removeItemAtPath(const std::string&, std::optional<Error>* errorOut) override {
+    *errorOut = reason_;
+    return false;
+  }
+
+ private:
+  std::optional<Error> reason_;
+};
+
+TEST(CookieFileTest, FailedClearIsAnErrorWithTheReason) {
+  testing::ScopedLogCapture capture;
+  FailingRemoval withReason(Error("cannot remove /x: Permission denied"));
+  FailingRemoval withoutReason(std::nullopt);
+  CookieFile("/x", withReason).clearCookieFile();
+  CookieFile("/x", withoutReason).clearCookieFile();
+  auto records = capture.log().records();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[0].level, LogLevel::Error);
+  EXPECT_EQ(records[0].message, "Could not clear cookie file: cannot remove /x: Permission denied");
+  EXPECT_EQ(records[1].message, "Could not clear cookie file: Unknown error");
+}
+
+}  // namespace
+}  // namespace lumvane

@@ -1,0 +1,97 @@
+#include "lumvane/platform/DovetelConfigurationObserver.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <mutex>
+#include <vector>
+
+#include "lumvane/platform/CountingSemaphore.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+class RecordingDelegate final : public DovetelConfigurationObserverDelegate {
+ public:
+  void observer(const std::weak_ptr<DovetelConfigurationObserver>& observer,
+                const std::optional<Value>& configuration, const std::string& type) override {
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      deliveries.push_back({configuration, type});
+      observerAlive = !observer.expired();
+    }
+    arrived.signal();
+  }
+  std::mutex mu_;
+  std::vector<std::pair<std::optional<Value>, std::string>> deliveries;
+  bool observerAlive = false;
+  CountingSemaphore arrived;
+};
+
+TEST(DovetelConfigurationObserverTest, DeliversFileContentsAndChanges) {
+  testing::TempDir dovetel;
+  std::string dir = dovetel.file("configurations");
+  std::filesystem::create_directory(dir);
+  testing::WriteFile(dir + "/obj.json",
+                     R"({"TaskedOn": 1, "neg": -2, "f": 1.5, "s": "x\u00e9", "b": true,
+                         "n": null, "a": [1, null], "big": 18446744073709551615})");
+  testing::WriteFile(dir + "/arr.json", "[\"a\", 2.0]");
+  testing::WriteFile(dir + "/null.json", " null ");
+  testing::WriteFile(dir + "/bad.json", "{\"TaskedOn\": ");
+
+  testing::ScopedLogCapture capture;
+  auto delegate = std::make_shared<RecordingDelegate>();
+  auto queue = NewSerialWorkQueue("lumvane configuration observing queue");
+  auto observer = NewDovetelConfigurationObserver(dovetel.path());
+  observer->setConfigurationObserverDelegate(delegate, queue);
+  for (const char* type : {"obj", "arr", "null", "bad", "missing"}) {
+    observer->startObservingConfigurationType(type);
+  }
+  queue->sync([] {});
+  {
+    std::lock_guard<std::mutex> lock(delegate->mu_);
+    ASSERT_EQ(delegate->deliveries.size(), 3u);
+    Dictionary expected{{"TaskedOn", Number::fromUInt64(1)},
+                        {"neg", Number::fromInt64(-2)},
+                        {"f", Number::fromDouble(1.5)},
+                        {"s", "x\xc3\xa9"},
+                        {"b", Number::fromBool(true)},
+                        {"a", Value(Array{Value(Number::fromUInt64(1))})},
+                        {"big", Number::fromUInt64(18446744073709551615ull)}};
+    EXPECT_EQ(delegate->deliveries[0].second, "obj");
+    EXPECT_EQ(delegate->deliveries[0].first, std::optional<Value>(Value(expected)));
+    EXPECT_EQ(delegate->deliveries[1].first,
+              std::optional<Value>(Value(Array{"a", Value(Number::fromDouble(2.0))})));
+    EXPECT_EQ(delegate->deliveries[2].second, "null");
+    EXPECT_FALSE(delegate->deliveries[2].first.has_value());
+    EXPECT_TRUE(delegate->observerAlive);
+  }
+  auto records = capture.log().records();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].level, LogLevel::Error);
+  EXPECT_NE(records[0].message.find(dir + "/bad.json"), std::string::npos) << records[0].message;
+
+  // A file that appears, and one replaced by rename, are delivered again;
+  // a file of a type nobody observes is not.
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(delegate->arrived.waitFor(std::chrono::seconds(0)));
+  testing::WriteFile(dir + "/other.json", "{}");
+  testing::WriteFile(dir + "/missing.json", "{\"TaskedOn\": 0}");
+  ASSERT_TRUE(delegate->arrived.waitFor(std::chrono::seconds(10)));
+  testing::WriteFile(dir + "/obj.json.tmp", "[]");
+  ASSERT_EQ(std::rename((dir + "/obj.json.tmp").c_str(), (dir + "/obj.json").c_str()), 0);
+  ASSERT_TRUE(delegate->arrived.waitFor(std::chrono::seconds(10)));
+  observer.reset();  // stops and joins the watcher
+  queue->sync([] {});
+  std::lock_guard<std::mutex> lock(delegate->mu_);
+  ASSERT_EQ(delegate->deliveries.size(), 5u);
+  EXPECT_EQ(delegate->deliveries[3].second, "missing");
+  EXPECT_EQ(delegate->deliveries[3].first,
+            std::optional<Value>(Value(Dictionary{{"TaskedOn", Number::fromUInt64(0)}})));
+  EXPECT_EQ(delegate->deliveries[4].second, "obj");
+  EXPECT_EQ(delegate->deliveries[4].first, std::optional<Value>(Value(Array{})));
+}
+
+}  // namespace
+}  // namespace lumvane

@@ -1,0 +1,55 @@
+#include "lumvane/platform/LocalizedDateFormatter.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+namespace lumvane {
+namespace {
+
+// 2023-11-14 22:13:20.123 UTC.
+const Date kDate{std::chrono::microseconds(1700000000123456)};
+const std::string kNarrowNoBreakSpace = "\xe2\x80\xaf";
+
+TEST(LocalizedDateFormatterTest, ShortDateMediumTimeInLocaleAndZone) {
+  EXPECT_EQ(LocalizedDateFormatter("en_US", "Europe/Berlin").stringFromDate(kDate),
+            "11/14/23, 11:13:20" + kNarrowNoBreakSpace + "PM");
+  EXPECT_EQ(LocalizedDateFormatter("de_DE.UTF-8", "Europe/Berlin").stringFromDate(kDate),
+            "14.11.23, 23:13:20");
+  EXPECT_EQ(LocalizedDateFormatter("de_DE", "UTC").stringFromDate(kDate), "14.11.23, 22:13:20");
+  EXPECT_EQ(LocalizedDateFormatter::icuLocaleName("de_DE.UTF-8@euro"), "de_DE");
+  EXPECT_EQ(LocalizedDateFormatter::icuLocaleName("C.UTF-8"), "en_US_POSIX");
+  EXPECT_EQ(LocalizedDateFormatter::icuLocaleName(""), "en_US_POSIX");
+}
+
+// Sets an environment variable for the scope, then puts back the old value.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    value ? setenv(name, value, 1) : unsetenv(name);
+  }
+  ~ScopedEnv() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+TEST(LocalizedDateFormatterTest, CurrentLocaleAndZoneComeFromTheEnvironment) {
+  ScopedEnv all("LC_ALL", nullptr);
+  ScopedEnv time("LC_TIME", "de_DE.UTF-8");
+  ScopedEnv lang("LANG", "en_US.UTF-8");
+  {
+    ScopedEnv tz("TZ", "Europe/Berlin");
+    EXPECT_EQ(LVLocalizedDateString(kDate), "14.11.23, 23:13:20");
+  }
+  ScopedEnv tz("TZ", "America/New_York");
+  ScopedEnv posix("LC_ALL", "C");
+  EXPECT_EQ(LVLocalizedDateString(kDate), "11/14/23, 5:13:20" + kNarrowNoBreakSpace + "PM");
+}
+
+}  // namespace
+}  // namespace lumvane

@@ -1,0 +1,126 @@
+#include "lumvane/telemetry/TaskingGate.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "lumvane/platform/InternalDiagnostics.h"
+#include "lumvane/platform/ScriptedConfigurationObserver.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using Delivery = ScriptedConfigurationObserver::Delivery;
+using std::chrono::milliseconds;
+
+const std::string kType = kTaskingConfigurationType;
+
+class TaskingGateTest : public ::testing::Test {
+ protected:
+  void SetUp() override { previous_ = ExchangeInternalDiagnosticsCheck(diagnostics_); }
+  void TearDown() override { ExchangeInternalDiagnosticsCheck(previous_); }
+
+  // Runs the gate against an observer scripted with `deliveries`.
+  bool runGate(std::vector<Delivery> deliveries, bool settle, milliseconds timeout) {
+    observer_ = std::make_shared<ScriptedConfigurationObserver>(std::move(deliveries), settle);
+    TaskingGateOptions options;
+    options.makeObserver = [this] {
+      ++observersMade_;
+      return observer_;
+    };
+    options.timeout = timeout;
+    return shouldReportTelemetry(options);
+  }
+
+  std::shared_ptr<FakeInternalDiagnosticsCheck> diagnostics_ =
+      std::make_shared<FakeInternalDiagnosticsCheck>(false);
+  std::shared_ptr<InternalDiagnosticsCheck> previous_;
+  std::shared_ptr<ScriptedConfigurationObserver> observer_;
+  int observersMade_ = 0;
+  testing::ScopedLogCapture capture_;
+};
+
+TEST_F(TaskingGateTest, EachConfigurationOutcomeHasItsVerdictAndLine) {
+  struct Case {
+    std::optional<Value> configuration;
+    std::string type;
+    bool expected;
+    std::string line;
+  };
+  const std::string no = "Not reporting based on not being tasked-on by Dovetel ";
+  const std::vector<Case> cases = {
+      // A wrong type decides before the absent configuration is looked at.
+      {std::nullopt, "com.orvel.other", false, no + "(unexpected type string: 'com.orvel.other')"},
+      {std::nullopt, kType, false, no + "(nil configuration object)"},
+      {Value(Array{Value(Dictionary{{"TaskedOn", Number::fromInt64(1)}})}), kType, false,
+       no + "(Non-NSDictionary configuration object)"},
+      {Value(Dictionary{{"Tasked", Number::fromInt64(1)}}), kType, false,
+       "Not reporting since is not tasked-on by Dovetel (nil value for TaskedOn key)"},
+      {Value(Dictionary{{"TaskedOn", "1"}}), kType, false,
+       "Not reporting since not tasked-on by Dovetel (Wrong value class for class for TaskedOn)"},
+      {Value(Dictionary{{"Other", "x"}, {"TaskedOn", Number::fromUInt64(1)}}), kType, true,
+       "Reporting based on being tasked-on by Dovetel"},
+      {Value(Dictionary{{"TaskedOn", Number::fromDouble(0.5)}}), kType, true,
+       "Reporting based on being tasked-on by Dovetel"},
+      {Value(Dictionary{{"TaskedOn", Number::fromBool(false)}}), kType, false,
+       no + "('TaskedOn' is false)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.line);
+    capture_.log().clear();
+    EXPECT_EQ(runGate({{c.configuration, c.type}}, false, milliseconds(5000)), c.expected);
+    EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{c.line});
+    EXPECT_EQ(observer_->observedTypes(), std::vector<std::string>{kType});
+  }
+  EXPECT_EQ(observersMade_, static_cast<int>(cases.size()));
+}
+
+TEST_F(TaskingGateTest, InternalDiagnosticsAnswersYesWithoutAnObserver) {
+  diagnostics_->setAnswer(true);
+  EXPECT_TRUE(runGate({}, false, milliseconds(1)));
+  EXPECT_EQ(observersMade_, 0);
+  EXPECT_EQ(diagnostics_->calls(), 1);
+  EXPECT_EQ(capture_.log().messages(),
+            std::vector<std::string>{"Reporting based on os_variant result"});
+}
+
+TEST_F(TaskingGateTest, LastOfSeveralDeliveriesWins) {
+  const Value on(Dictionary{{"TaskedOn", Number::fromInt64(1)}});
+  const Value off(Dictionary{{"TaskedOn", Number::fromInt64(0)}});
+  EXPECT_FALSE(runGate({{on, kType}, {off, kType}}, true, milliseconds(5000)));
+  EXPECT_TRUE(runGate({{off, kType}, {on, kType}}, true, milliseconds(5000)));
+  EXPECT_EQ(capture_.log().count("Reporting based on being tasked-on by Dovetel"), 2u);
+}
+
+TEST_F(TaskingGateTest, LateDeliveryOnlyUpdatesTheSharedVerdict) {
+  EXPECT_FALSE(runGate({}, false, milliseconds(20)));
+  const std::string timeoutLine =
+      "Not reporting based on not being tasked-on by Dovetel (Timeout waiting for config)";
+  EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{timeoutLine});
+  // The gate has returned and let go of everything; the delivery still
+  // reaches the delegate and its shared verdict (ASan watches the access).
+  observer_->deliverNow(Value(Dictionary{{"TaskedOn", Number::fromInt64(1)}}), kType);
+  observer_->settle();
+  EXPECT_EQ(capture_.log().messages(),
+            (std::vector<std::string>{timeoutLine, "Reporting based on being tasked-on by Dovetel"}));
+}
+
+TEST_F(TaskingGateTest, SilentServiceTimesOutAfterFiveSeconds) {
+  auto silent = std::make_shared<ScriptedConfigurationObserver>();
+  TaskingGateOptions options;
+  options.makeObserver = [silent] { return silent; };
+  auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(isTaskedOnByDovetel(options));
+  auto waited = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(waited, milliseconds(5000));
+  EXPECT_LT(waited, milliseconds(30000));
+  EXPECT_EQ(capture_.log().count(
+                "Not reporting based on not being tasked-on by Dovetel (Timeout waiting for config)"),
+            1u);
+}
+
+}  // namespace
+}  // namespace lumvane
