@@ -23,7 +23,8 @@
 // Handler calls come one at a time, from the scheduler's own thread after
 // start(), or from the caller of runDueActivities() in tests. When the
 // process may end, it ends between two handler calls, never while a
-// check-in or a due run is still to be delivered.
+// check-in or a due run is still to be delivered. Transactions must end
+// before the scheduler is destroyed.
 #pragma once
 
 #include <chrono>
