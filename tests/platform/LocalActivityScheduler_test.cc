@@ -1,0 +1,175 @@
+#include "lumvane/platform/LocalActivityScheduler.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <thread>
+
+#include "lumvane/platform/CountingSemaphore.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using std::chrono::seconds;
+
+const Date kStart{seconds(1'800'000'000)};
+
+// A scheduler over a temporary state directory and a wall clock that moves
+// only when the test moves it. The handler records the state it is called
+// in and does what `onRun` says during runs.
+struct Fixture {
+  testing::TempDir dir;
+  Date now = kStart;
+  std::vector<std::string> reports;
+  std::vector<ActivityState> states;
+  std::vector<int> exits;
+  std::function<void(LocalActivityScheduler&, const Activity&)> onRun;
+
+  std::unique_ptr<LocalActivityScheduler> make(bool exitWhenCleanEndsProcess = false) {
+    LocalActivitySchedulerOptions options;
+    options.stateDirectory = dir.path();
+    options.activityInterval = seconds(86400);
+    options.deferRetry = seconds(600);
+    options.exitWhenCleanEndsProcess = exitWhenCleanEndsProcess;
+    options.now = [this] { return now; };
+    options.exitProcess = [this](int status) { exits.push_back(status); };
+    options.report = [this](const std::string& line) { reports.push_back(line); };
+    auto scheduler = std::make_unique<LocalActivityScheduler>(options);
+    LocalActivityScheduler* s = scheduler.get();
+    s->registerActivity("com.orvel.signpost.lumvane_activity", ActivityCriteria::CheckIn,
+                        [this, s](std::shared_ptr<Activity> activity) {
+                          auto transaction = s->beginTransaction("t");
+                          states.push_back(s->activityState(*activity));
+                          if (states.back() == kActivityStateRun && onRun) onRun(*s, *activity);
+                          s->exitWhenClean();
+                        });
+    return scheduler;
+  }
+  std::string record() { return testing::ReadFile(dir.file("activity-last-run")); }
+};
+
+TEST(LocalActivitySchedulerTest, ChecksInThenRunsAtOnceWithoutRecordAndAgainAfterTheInterval) {
+  Fixture f;
+  auto scheduler = f.make();
+  EXPECT_EQ(scheduler->runDueActivities(), 2);
+  EXPECT_EQ(f.states, (std::vector<ActivityState>{kActivityStateCheckIn, kActivityStateRun}));
+  EXPECT_EQ(f.record(), "1800000000\n");
+  EXPECT_EQ(scheduler->nextDueDate(), kStart + seconds(86400));
+
+  f.now += seconds(86399);
+  EXPECT_EQ(scheduler->runDueActivities(), 0);
+  f.now += seconds(1);
+  EXPECT_EQ(scheduler->runDueActivities(), 1);
+  EXPECT_EQ(f.record(), "1800086400\n");
+  EXPECT_TRUE(scheduler->isIdle());
+  EXPECT_TRUE(f.exits.empty()) << "only marks idle unless told to end the process";
+  EXPECT_TRUE(f.reports.empty());
+}
+
+TEST(LocalActivitySchedulerTest, RecordOfARecentRunSurvivesARestartAndBadRecordsAreReported) {
+  Fixture f;
+  testing::WriteFile(f.dir.file("activity-last-run"), "1799999940\n");  // a minute ago
+  auto scheduler = f.make();
+  EXPECT_EQ(scheduler->runDueActivities(), 1);
+  EXPECT_EQ(f.states, (std::vector<ActivityState>{kActivityStateCheckIn}));
+  EXPECT_EQ(scheduler->nextDueDate(), kStart - seconds(60) + seconds(86400));
+
+  testing::WriteFile(f.dir.file("activity-last-run"), "yesterday\n");
+  auto restarted = f.make();
+  EXPECT_EQ(restarted->runDueActivities(), 2) << "an unreadable record counts as none";
+  ASSERT_EQ(f.reports.size(), 1u);
+  EXPECT_NE(f.reports[0].find(f.dir.file("activity-last-run")), std::string::npos);
+}
+
+TEST(LocalActivitySchedulerTest, AcceptedDeferWritesNoRecordAndRetriesLater) {
+  Fixture f;
+  std::vector<bool> answers;
+  f.onRun = [&](LocalActivityScheduler& s, const Activity& a) {
+    answers.push_back(s.shouldDefer(a));
+    answers.push_back(s.setActivityState(a, kActivityStateDefer));
+  };
+  auto scheduler = f.make();
+  testing::WriteFile(scheduler->deferFilePath(), "");
+  ASSERT_EQ(scheduler->runDueActivities(), 2);
+  EXPECT_EQ(answers, (std::vector<bool>{true, true}));
+  EXPECT_FALSE(std::ifstream(scheduler->lastRunRecordPath()).good());
+  EXPECT_EQ(scheduler->activityState(*std::make_shared<Activity>("other")), -1);
+
+  f.now += seconds(599);
+  EXPECT_EQ(scheduler->runDueActivities(), 0);
+  f.now += seconds(1);
+  std::remove(scheduler->deferFilePath().c_str());
+  EXPECT_EQ(scheduler->runDueActivities(), 1);
+  EXPECT_EQ(answers, (std::vector<bool>{true, true, false, false})) << "defer refused";
+  EXPECT_EQ(f.record(), "1800000600\n");
+}
+
+TEST(LocalActivitySchedulerTest, EndsTheProcessOnlyWhenCleanAndAfterTheDueRun) {
+  Fixture f;
+  std::unique_ptr<Transaction> heldOpen;
+  f.onRun = [&](LocalActivityScheduler& s, const Activity&) {
+    heldOpen = s.beginTransaction("outlives the run");
+  };
+  auto scheduler = f.make(/*exitWhenCleanEndsProcess=*/true);
+  EXPECT_EQ(scheduler->runDueActivities(), 2);
+  EXPECT_TRUE(f.exits.empty()) << "a transaction is still open";
+  heldOpen.reset();
+  EXPECT_EQ(scheduler->runDueActivities(), 0);
+  EXPECT_EQ(f.exits, std::vector<int>{0});
+  EXPECT_EQ(f.record(), "1800000000\n") << "the record is written before the process ends";
+}
+
+TEST(LocalActivitySchedulerTest, OwnThreadDeliversTheCheckIn) {
+  Fixture f;
+  testing::WriteFile(f.dir.file("activity-last-run"), "1799999940\n");
+  LocalActivitySchedulerOptions options;
+  options.stateDirectory = f.dir.path();
+  LocalActivityScheduler scheduler(options);
+  CountingSemaphore called;
+  std::thread::id caller;
+  scheduler.registerActivity("a", ActivityCriteria::CheckIn, [&](std::shared_ptr<Activity> a) {
+    if (scheduler.activityState(*a) == kActivityStateCheckIn) caller = std::this_thread::get_id();
+    called.signal();
+  });
+  scheduler.start();
+  ASSERT_TRUE(called.waitFor(seconds(5)));
+  EXPECT_NE(caller, std::thread::id());
+  EXPECT_NE(caller, std::this_thread::get_id());
+}
+
+TEST(LocalActivitySchedulerTest, EnvironmentGivesTheScheduleAndBadValuesFallBack) {
+  std::map<std::string, std::string> env{{"LUMVANE_STATE_DIR", "/srv/state"},
+                                         {"LUMVANE_ACTIVITY_INTERVAL", "3600"},
+                                         {"LUMVANE_DEFER_RETRY", "60"},
+                                         {"LUMVANE_EXIT_WHEN_CLEAN", "1"}};
+  std::vector<std::string> reports;
+  auto getenv = [&](const char* name) -> const char* {
+    auto it = env.find(name);
+    return it == env.end() ? nullptr : it->second.c_str();
+  };
+  auto report = [&](const std::string& line) { reports.push_back(line); };
+  auto good = LocalActivitySchedulerOptions::fromEnvironment(getenv, report);
+  EXPECT_EQ(good.stateDirectory, "/srv/state");
+  EXPECT_EQ(good.activityInterval, seconds(3600));
+  EXPECT_EQ(good.deferRetry, seconds(60));
+  EXPECT_TRUE(good.exitWhenCleanEndsProcess);
+  EXPECT_TRUE(reports.empty());
+
+  env = {{"LUMVANE_ACTIVITY_INTERVAL", "-5"}, {"LUMVANE_DEFER_RETRY", "0"},
+         {"LUMVANE_EXIT_WHEN_CLEAN", "yes"}};
+  auto bad = LocalActivitySchedulerOptions::fromEnvironment(getenv, report);
+  EXPECT_EQ(bad.stateDirectory, "/var/lib/lumvane");
+  EXPECT_EQ(bad.activityInterval, seconds(86400));
+  EXPECT_EQ(bad.deferRetry, seconds(600));
+  EXPECT_FALSE(bad.exitWhenCleanEndsProcess);
+  ASSERT_EQ(reports.size(), 3u);
+  EXPECT_EQ(reports[0],
+            "lumvane: LUMVANE_ACTIVITY_INTERVAL=-5 is not a whole number of seconds from 1 to "
+            "3153600000; using 86400");
+}
+
+}  // namespace
+}  // namespace lumvane

@@ -1,0 +1,105 @@
+#include "lumvane/platform/RepeatingTimer.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "lumvane/platform/CountingSemaphore.h"
+#include "lumvane/platform/ManualTimerFactory.h"
+
+namespace lumvane {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::hours;
+
+TEST(RepeatingTimerTest, FiresAtOnceThenPeriodicallyOnItsQueueAndStopsWhenCancelled) {
+  auto queue = NewSerialWorkQueue("lumvane defer polling queue");
+  CountingSemaphore fired;
+  std::atomic<int> firings{0};
+  std::atomic<bool> offQueue{false};
+  auto timer = DefaultTimerFactory().makeRepeatingTimer(queue, [&] {
+    if (!queue->isCurrent()) offQueue = true;
+    firings.fetch_add(1);
+    fired.signal();
+  });
+  timer->setSchedule(milliseconds(0), milliseconds(2), milliseconds(1));
+  EXPECT_FALSE(fired.waitFor(milliseconds(20))) << "fired before start()";
+  timer->start();
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(fired.waitFor(std::chrono::seconds(5))) << i;
+  timer->cancel();
+  int atCancel = firings.load();
+  std::this_thread::sleep_for(milliseconds(20));  // ten periods
+  queue->sync([] {});
+  EXPECT_EQ(firings.load(), atCancel);
+  EXPECT_FALSE(offQueue.load());
+  timer->start();  // no restart after cancel
+  EXPECT_FALSE(fired.waitFor(milliseconds(10)));
+}
+
+TEST(RepeatingTimerTest, HonoursStartDelayFiresFirstAtOnceAndMayBeCancelledFromItsHandler) {
+  auto queue = NewSerialWorkQueue("q");
+  std::atomic<int> late{0};
+  auto delayed = DefaultTimerFactory().makeRepeatingTimer(queue, [&] { late.fetch_add(1); });
+  delayed->setSchedule(hours(1), milliseconds(1), milliseconds(0));
+  delayed->start();
+
+  CountingSemaphore fired;
+  std::unique_ptr<RepeatingTimer> self;
+  std::atomic<int> selfFirings{0};
+  self = DefaultTimerFactory().makeRepeatingTimer(queue, [&] {
+    selfFirings.fetch_add(1);
+    self->cancel();  // must not wait for itself
+    fired.signal();
+  });
+  // A period of an hour: only a first firing at once can come in time.
+  self->setSchedule(milliseconds(0), hours(1), milliseconds(0));
+  self->start();
+  ASSERT_TRUE(fired.waitFor(std::chrono::seconds(5)));
+  std::this_thread::sleep_for(milliseconds(10));
+  queue->sync([] {});
+  EXPECT_EQ(selfFirings.load(), 1);
+  EXPECT_EQ(late.load(), 0);
+  delayed.reset();  // destruction cancels and does not wait out the hour
+}
+
+TEST(ManualTimerFactoryTest, FiresOnlyStartedLiveTimersOnTheirQueueAndLetsGoOfHandlers) {
+  ManualTimerFactory factory;
+  auto queue = NewSerialWorkQueue("q");
+  auto held = std::make_shared<int>(0);
+  std::atomic<int> a{0};
+  std::atomic<int> b{0};
+  std::atomic<bool> offQueue{false};
+  auto first = factory.makeRepeatingTimer(queue, [&, held] {
+    if (!queue->isCurrent()) offQueue = true;
+    a.fetch_add(1);
+  });
+  auto second = factory.makeRepeatingTimer(queue, [&] { b.fetch_add(1); });
+  first->setSchedule(milliseconds(0), std::chrono::seconds(10), std::chrono::seconds(10));
+  EXPECT_EQ(factory.fireAll(), 0);  // nothing started
+  first->start();
+  EXPECT_EQ(factory.fireAll(), 1);
+  EXPECT_EQ(factory.fireAll(), 1);
+  EXPECT_EQ(a.load(), 2);
+  EXPECT_EQ(b.load(), 0);
+  EXPECT_FALSE(offQueue.load());
+
+  EXPECT_EQ(held.use_count(), 2);
+  first.reset();
+  EXPECT_EQ(held.use_count(), 1) << "a cancelled timer keeps its handler alive";
+  EXPECT_EQ(factory.fireAll(), 0);
+
+  auto records = factory.timers();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[0].startDelay, milliseconds(0));
+  EXPECT_EQ(records[0].period, std::chrono::seconds(10));
+  EXPECT_EQ(records[0].leeway, std::chrono::seconds(10));
+  EXPECT_TRUE(records[0].started);
+  EXPECT_TRUE(records[0].cancelled);
+  EXPECT_EQ(records[0].firings, 2);
+  EXPECT_FALSE(records[1].started);
+}
+
+}  // namespace
+}  // namespace lumvane
