@@ -12,35 +12,68 @@
 namespace lumvane {
 namespace {
 
+// What the worker thread touches lives in a shared state that the thread
+// itself co-owns, so that the queue object may go away while the thread
+// still finishes its items (the last reference can be dropped from inside a
+// work item, where the thread cannot be joined).
+struct QueueState {
+  explicit QueueState(std::string l) : label(std::move(l)) {}
+  const std::string label;
+  std::mutex mu;
+  std::condition_variable cv;
+  std::deque<WorkQueue::Work> items;
+  bool closing = false;
+  std::thread::id workerId;
+};
+
+void runQueue(const std::shared_ptr<QueueState>& state) {
+  // Thread names are limited to 15 characters; the label helps in a debugger.
+  pthread_setname_np(pthread_self(), state->label.substr(0, 15).c_str());
+  std::unique_lock<std::mutex> lock(state->mu);
+  for (;;) {
+    state->cv.wait(lock, [&] { return state->closing || !state->items.empty(); });
+    if (state->items.empty()) return;  // closing and drained
+    WorkQueue::Work work = std::move(state->items.front());
+    state->items.pop_front();
+    lock.unlock();
+    work();
+    work = nullptr;  // release what the item held before taking the lock
+    lock.lock();
+  }
+}
+
 class SerialWorkQueue final : public WorkQueue {
  public:
-  explicit SerialWorkQueue(std::string label) : label_(std::move(label)) {
-    thread_ = std::thread([this] { loop(); });
+  explicit SerialWorkQueue(std::string label)
+      : state_(std::make_shared<QueueState>(std::move(label))) {
+    std::lock_guard<std::mutex> lock(state_->mu);
+    thread_ = std::thread([state = state_] { runQueue(state); });
+    state_->workerId = thread_.get_id();
   }
 
   ~SerialWorkQueue() override {
     {
-      std::lock_guard<std::mutex> lock(mu_);
-      closing_ = true;
+      std::lock_guard<std::mutex> lock(state_->mu);
+      state_->closing = true;
     }
-    cv_.notify_one();
+    state_->cv.notify_one();
     if (thread_.get_id() == std::this_thread::get_id()) {
-      // The last reference went away inside one of our own work items; the
-      // remaining items cannot be waited for from here.
+      // Dropped from inside one of our own items: the thread goes on with the
+      // items still queued, on the state it co-owns, and ends by itself.
       thread_.detach();
     } else {
       thread_.join();
     }
   }
 
-  const std::string& label() const override { return label_; }
+  const std::string& label() const override { return state_->label; }
 
   void async(Work work) override {
     {
-      std::lock_guard<std::mutex> lock(mu_);
-      items_.push_back(std::move(work));
+      std::lock_guard<std::mutex> lock(state_->mu);
+      state_->items.push_back(std::move(work));
     }
-    cv_.notify_one();
+    state_->cv.notify_one();
   }
 
   void sync(Work work) override {
@@ -57,27 +90,7 @@ class SerialWorkQueue final : public WorkQueue {
   bool isCurrent() const override { return std::this_thread::get_id() == thread_.get_id(); }
 
  private:
-  void loop() {
-    // Thread names are limited to 15 characters; the label helps in a debugger.
-    pthread_setname_np(pthread_self(), label_.substr(0, 15).c_str());
-    std::unique_lock<std::mutex> lock(mu_);
-    for (;;) {
-      cv_.wait(lock, [this] { return closing_ || !items_.empty(); });
-      if (items_.empty()) return;  // closing and drained
-      Work work = std::move(items_.front());
-      items_.pop_front();
-      lock.unlock();
-      work();
-      work = nullptr;  // release what the item held before taking the lock
-      lock.lock();
-    }
-  }
-
-  const std::string label_;
-  std::mutex mu_;
-  std::condition_variable cv_;
-  std::deque<Work> items_;
-  bool closing_ = false;
+  const std::shared_ptr<QueueState> state_;
   std::thread thread_;
 };
 

@@ -70,3 +70,31 @@ TEST(CountingSemaphoreTest, SignalsAreCountedAndTimedWaitTimesOut) {
 
 }  // namespace
 }  // namespace lumvane
+
+namespace lumvane {
+namespace {
+
+TEST(WorkQueueTest, LastReferenceDroppedInsideItsOwnItemFinishesTheRemainingItems) {
+  std::atomic<int> ran{0};
+  CountingSemaphore submitted;
+  CountingSemaphore finished;
+  {
+    auto queue = NewSerialWorkQueue("self-release");
+    WorkQueue* raw = queue.get();
+    raw->async([q = std::move(queue), &ran, &submitted]() mutable {
+      submitted.wait();  // both items are queued before the queue goes
+      ran.fetch_add(1);
+      q.reset();  // the queue object is destroyed here, on its own thread
+    });
+    raw->async([&] {
+      ran.fetch_add(1);
+      finished.signal();
+    });
+    submitted.signal();
+  }
+  ASSERT_TRUE(finished.waitFor(std::chrono::seconds(10)));
+  EXPECT_EQ(ran.load(), 2);
+}
+
+}  // namespace
+}  // namespace lumvane
