@@ -1,0 +1,97 @@
+// The extractor over the device's signpost log store: a file, or a directory
+// of files, of JSON records (one object per line, or one JSON array of
+// objects). It pairs begins with ends into intervals and animation intervals,
+// turns single events into event objects and hands each to its callback, in
+// store order, on the thread that called processLogArchiveWithPath.
+//
+// A directory means every regular file in it whose name ends in ".ndjson" or
+// ".json", read in name order as one store (an interval may begin in one file
+// and end in the next). Without a path, the store is $LUMVANE_SIGNPOST_STORE,
+// or "/var/log/lumvane/signposts" when that is unset or empty.
+//
+// Lines that are not JSON objects (an exporter's text preamble, broken
+// lines), records missing a field they need and the exporter's trailer
+// object are passed over and counted; none of them stops the reader. The
+// counts of one processing, with the begins and ends that could not be
+// paired, are logged in one debug line when it ends.
+//
+// Thread-safety: processLogArchiveWithPath runs on one thread at a time;
+// stopProcessing may come from any thread at any time. A stop request ends
+// the processing under way at the next record (the call then answers true),
+// or, when none is under way, the next processing to begin.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "lumvane/signpost/VantrelObjectExtractor.h"
+
+namespace lumvane {
+
+// What one processing went through; counts, all unsigned 64-bit.
+struct LogStoreReadStatistics {
+  uint64_t recordsInWindow = 0;     // = processedEventCount
+  uint64_t recordsOutsideWindow = 0;
+  uint64_t intervals = 0;           // delivered, animation intervals not included
+  uint64_t animationIntervals = 0;
+  uint64_t events = 0;
+  uint64_t duplicateBegins = 0;     // a second begin of a signpost already open
+  uint64_t unmatchedEnds = 0;       // an end without an open begin
+  uint64_t nonPositiveIntervals = 0;  // an end not strictly after its begin
+  uint64_t unclosedBegins = 0;      // begins still open when processing ended
+  uint64_t nonObjectLines = 0;      // text, broken JSON, non-object JSON, oversized
+  uint64_t malformedRecords = 0;    // a needed field missing or unreadable
+  uint64_t trailers = 0;
+  uint64_t files = 0;
+};
+
+class LogStoreExtractor final : public VantrelObjectExtractor {
+ public:
+  static constexpr const char* kStoreEnvironmentVariable = "LUMVANE_SIGNPOST_STORE";
+  static constexpr const char* kDefaultStorePath = "/var/log/lumvane/signposts";
+
+  LogStoreExtractor() = default;
+
+  void setIntervalCompletionProcessingBlock(IntervalCompletionBlock block) override;
+  void setAnimationIntervalCompletionProcessingBlock(
+      AnimationIntervalCompletionBlock block) override;
+  void setEmitEventProcessingBlock(EmitEventBlock block) override;
+  // Composite animation timelines are not built by this reader; the option
+  // is kept for callers that set it.
+  void setBuildAnimationCompositeIntervalTimelines(bool build) override;
+
+  // Fails, with an error naming the path and the reason, when the store or
+  // one of its files cannot be opened or read; files that can be read are
+  // still processed.
+  bool processLogArchiveWithPath(const std::optional<std::string>& path, Date startDate,
+                                 Date endDate, std::optional<Error>* errorOut) override;
+  void stopProcessing() override;
+  uint64_t processedEventCount() const override;
+
+  // The counts of the last processing (read after it has returned).
+  const LogStoreReadStatistics& lastReadStatistics() const { return stats_; }
+
+  // The store read when no path is given.
+  static std::string defaultStorePath();
+
+  // Record reading granularity; tests make it small to cross chunk edges.
+  void setChunkBytes(size_t bytes) { chunkBytes_ = bytes; }
+
+ private:
+  class Pass;
+
+  IntervalCompletionBlock intervalBlock_;
+  AnimationIntervalCompletionBlock animationBlock_;
+  EmitEventBlock eventBlock_;
+  bool buildCompositeTimelines_ = false;
+  size_t chunkBytes_ = 0;  // 0: the reader's default
+  std::atomic<bool> stopRequested_{false};
+  std::atomic<uint64_t> processed_{0};
+  LogStoreReadStatistics stats_;
+};
+
+// Makes a LogStoreExtractor per call ("plain construction" for a run).
+ExtractorFactory LogStoreExtractorFactory();
+
+}  // namespace lumvane

@@ -1,0 +1,79 @@
+// One file of the signpost log store, read front to back in large chunks and
+// cut into records in place: one record per line, or, for a file whose first
+// non-blank character is "[", one record per element of the JSON array it
+// holds. Records are handed out as views into the read buffer, each followed
+// by at least kPadding readable bytes, so that a JSON parser that reads ahead
+// in blocks can work on them without a copy.
+//
+// Memory stays bounded by the chunk size and the longest record (records
+// longer than maxRecordBytes are passed over as Oversized, not buffered).
+// Not thread-safe; one reader per thread.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lumvane/platform/Error.h"
+
+namespace lumvane {
+
+class LogStoreFile final {
+ public:
+  enum class Framing { Lines, JsonArray };
+  enum class Next { Record, Oversized, End, Failed };
+
+  static constexpr size_t kPadding = 64;
+  static constexpr size_t kDefaultChunkBytes = size_t{1} << 20;
+  static constexpr size_t kDefaultMaxRecordBytes = size_t{64} << 20;
+
+  explicit LogStoreFile(size_t chunkBytes = kDefaultChunkBytes,
+                        size_t maxRecordBytes = kDefaultMaxRecordBytes);
+  ~LogStoreFile();
+  LogStoreFile(const LogStoreFile&) = delete;
+  LogStoreFile& operator=(const LogStoreFile&) = delete;
+
+  // Opens `path` and reads its first chunk to tell the framing. An error
+  // names the path and the reason.
+  [[nodiscard]] std::optional<Error> open(const std::string& path);
+
+  // The next record, trimmed of surrounding blanks (blank lines are never
+  // handed out). The view stays valid until the next call. After Failed,
+  // readError() says why; End and Failed are final.
+  Next next(std::string_view* record);
+
+  Framing framing() const { return framing_; }
+  const std::optional<Error>& readError() const { return readError_; }
+
+ private:
+  [[nodiscard]] bool fill();  // false on a read error
+  Next nextLine(std::string_view* record);
+  Next nextArrayElement(std::string_view* record);
+  Next emit(size_t start, size_t end, std::string_view* record);
+
+  const size_t maxRecordBytes_;
+  std::string path_;
+  int fd_ = -1;
+  std::vector<char> buf_;  // capacity_ bytes of data, then kPadding spare bytes
+  size_t capacity_;
+  size_t begin_ = 0;  // first byte not yet handed out
+  size_t scan_ = 0;   // first byte not yet looked at
+  size_t end_ = 0;    // end of the data read
+  bool eof_ = false;
+  bool oversized_ = false;  // bytes of the current record were dropped
+  Framing framing_ = Framing::Lines;
+  std::optional<Error> readError_;
+
+  // JSON-array framing: nesting depth (1 inside the outer array), string
+  // state and where the current element began.
+  int depth_ = 0;
+  bool inString_ = false;
+  bool escape_ = false;
+  bool inElement_ = false;
+  bool scalarElement_ = false;
+  bool arrayDone_ = false;
+};
+
+}  // namespace lumvane

@@ -1,0 +1,324 @@
+#include "lumvane/signpost/LogStoreExtractor.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+#include "lumvane/signpost/LogStoreTimestamp.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using testing::TempDir;
+using testing::WriteFile;
+
+const Date kBase = *ParseLogStoreTimestamp("2024-05-01 10:00:00.000000+0000");
+
+// One signpost record; the fields a test does not set get ordinary values.
+struct R {
+  double at = 0;  // seconds after kBase
+  std::string type = "event", id = "1", name = "Load", scope = "process", sub = "com.test",
+              cat = "ui", fmt = "", msg = "", path = "/usr/bin/tester";
+  int pid = 100, tid = 1000;
+  R& t(double s) { return at = s, *this; }
+  R& kind(std::string k) { return type = std::move(k), *this; }
+  R& sid(std::string i) { return id = std::move(i), *this; }
+  R& in(std::string s, int p, int th) { return scope = std::move(s), pid = p, tid = th, *this; }
+  R& text(std::string f, std::string m) { return fmt = std::move(f), msg = std::move(m), *this; }
+  std::string json() const {
+    const Date d = kBase + std::chrono::microseconds(static_cast<int64_t>(at * 1e6));
+    return "{\"timestamp\":\"" + FormatLogStoreTimestamp(d, 120) +
+           "\",\"eventType\":\"signpostEvent\",\"signpostType\":\"" + type +
+           "\",\"signpostID\":" + id + ",\"signpostName\":\"" + name + "\",\"signpostScope\":\"" +
+           scope + "\",\"subsystem\":\"" + sub + "\",\"category\":\"" + cat +
+           "\",\"processID\":" + std::to_string(pid) + ",\"threadID\":" + std::to_string(tid) +
+           ",\"processImagePath\":\"" + path + "\",\"formatString\":\"" + fmt +
+           "\",\"eventMessage\":\"" + msg + "\"}";
+  }
+};
+
+std::string Lines(const std::vector<R>& records) {
+  std::string s;
+  for (const R& r : records) s += r.json() + "\n";
+  return s;
+}
+
+// Runs an extractor over a store and keeps what it delivered.
+struct StoreRun {
+  std::vector<std::shared_ptr<const SignpostInterval>> intervals;
+  std::vector<std::shared_ptr<const SignpostAnimationInterval>> animations;
+  std::vector<std::shared_ptr<const SignpostEvent>> events;
+  LogStoreExtractor extractor;
+  bool ok = false;
+  std::optional<Error> error;
+
+  explicit StoreRun(size_t chunkBytes = 0) {
+    extractor.setChunkBytes(chunkBytes);
+    extractor.setIntervalCompletionProcessingBlock([this](auto o) {
+      intervals.push_back(o);
+      return true;
+    });
+    extractor.setAnimationIntervalCompletionProcessingBlock([this](auto o) {
+      animations.push_back(o);
+      return true;
+    });
+    extractor.setEmitEventProcessingBlock([this](auto o) {
+      events.push_back(o);
+      return true;
+    });
+  }
+  StoreRun& read(const std::optional<std::string>& path, Date start = kBase - std::chrono::hours(1),
+            Date end = kBase + std::chrono::hours(1)) {
+    ok = extractor.processLogArchiveWithPath(path, start, end, &error);
+    return *this;
+  }
+  const LogStoreReadStatistics& stats() const { return extractor.lastReadStatistics(); }
+};
+
+TEST(LogStoreExtractorTest, PairsWithinTheTableOfEachScope) {
+  TempDir dir;
+  WriteFile(dir.file("s.ndjson"),
+            Lines({R().t(1).kind("begin").sid("7").in("process", 1, 10),
+                   R().t(2).kind("end").sid("7").in("process", 2, 10),   // other process
+                   R().t(3).kind("end").sid("7").in("process", 1, 11),   // same process
+                   R().t(1).kind("begin").sid("8").in("thread", 1, 10),
+                   R().t(2).kind("end").sid("8").in("thread", 1, 11),    // other thread
+                   R().t(4).kind("end").sid("8").in("thread", 2, 10),    // same thread
+                   R().t(1).kind("begin").sid("9").in("system", 1, 10),
+                   R().t(6).kind("end").sid("9").in("system", 3, 30)}));  // anywhere
+  StoreRun run;
+  run.read(dir.file("s.ndjson"));
+  ASSERT_TRUE(run.ok);
+  ASSERT_EQ(run.intervals.size(), 3u);
+  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.0f);
+  EXPECT_FLOAT_EQ(run.intervals[1]->durationSeconds(), 3.0f);
+  EXPECT_FLOAT_EQ(run.intervals[2]->durationSeconds(), 5.0f);
+  EXPECT_EQ(run.stats().unmatchedEnds, 2u);
+  EXPECT_EQ(*run.intervals[0]->beginEvent()->processName(), "tester");
+  EXPECT_EQ(*run.intervals[0]->endEvent()->processImagePath(), "/usr/bin/tester");
+  EXPECT_EQ(run.extractor.processedEventCount(), 8u);
+}
+
+TEST(LogStoreExtractorTest, KeepsTheFirstBeginAndNeedsBeginStrictlyBeforeEnd) {
+  TempDir dir;
+  testing::ScopedLogCapture capture;
+  WriteFile(dir.file("s.ndjson"), Lines({R().t(1).kind("begin"), R().t(2).kind("begin"),
+                                         R().t(4).kind("end"), R().t(4).kind("end"),
+                                         R().t(5).kind("begin"), R().t(5).kind("end"),
+                                         R().t(7).kind("begin").sid("2")}));
+  StoreRun run;
+  run.read(dir.file("s.ndjson"));
+  ASSERT_EQ(run.intervals.size(), 1u);
+  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 3.0f);
+  const LogStoreReadStatistics& s = run.stats();
+  EXPECT_EQ(s.duplicateBegins, 1u);
+  EXPECT_EQ(s.unmatchedEnds, 1u);
+  EXPECT_EQ(s.nonPositiveIntervals, 1u);
+  EXPECT_EQ(s.unclosedBegins, 1u);
+  const auto messages = capture.log().messages();
+  ASSERT_EQ(messages.size(), 1u);
+  EXPECT_NE(messages[0].find("1 duplicate begins, 1 unmatched ends, 1 non-positive intervals, "
+                             "1 unclosed begins"),
+            std::string::npos)
+      << messages[0];
+}
+
+TEST(LogStoreExtractorTest, AnimationCountsFramesStrictlyInsideAndEventsStillArrive) {
+  TempDir dir;
+  WriteFile(dir.file("s.ndjson"),
+            Lines({R().t(1).kind("begin").text("", "isAnimation=YES"), R().t(1),  // at begin
+                   R().t(1.5), R().t(2), R().t(2).sid("5"), R().t(2.5),
+                   R().t(3),  // at the end: not inside
+                   R().t(3).kind("end"),
+                   R().t(4).kind("begin").text("isAnimation=YES", ""),  // via the format
+                   R().t(4.5).kind("end")}));
+  StoreRun run;
+  run.read(dir.file("s.ndjson"));
+  EXPECT_TRUE(run.intervals.empty());
+  ASSERT_EQ(run.animations.size(), 2u);
+  EXPECT_FLOAT_EQ(run.animations[0]->frameRate(), 1.5f);  // 3 frames in 2 s
+  EXPECT_FLOAT_EQ(run.animations[1]->frameRate(), 0.0f);
+  EXPECT_EQ(run.events.size(), 6u);
+}
+
+TEST(LogStoreExtractorTest, TelemetrySwitchInMessageFormatBeginOrEnd) {
+  TempDir dir;
+  WriteFile(dir.file("s.ndjson"),
+            Lines({R().t(1).text("x", "a enableTelemetry=YES b"),
+                   R().t(1).text("enableTelemetry=YES", ""),
+                   R().t(1).text("enableTelemetry=YES", "message without it"),
+                   R().t(2).kind("begin").sid("1"),
+                   R().t(3).kind("end").sid("1").text("", "enableTelemetry=YES"),
+                   R().t(2).kind("begin").sid("2").text("enableTelemetry=YES", ""),
+                   R().t(3).kind("end").sid("2"), R().t(2).kind("begin").sid("3"),
+                   R().t(3).kind("end").sid("3")}));
+  StoreRun run;
+  run.read(dir.file("s.ndjson"));
+  ASSERT_EQ(run.events.size(), 3u);
+  EXPECT_TRUE(run.events[0]->telemetryEnabled());
+  EXPECT_TRUE(run.events[1]->telemetryEnabled());
+  EXPECT_FALSE(run.events[2]->telemetryEnabled());
+  ASSERT_EQ(run.intervals.size(), 3u);
+  EXPECT_TRUE(run.intervals[0]->telemetryEnabled());
+  EXPECT_FALSE(run.intervals[0]->beginEvent()->telemetryEnabled());
+  EXPECT_TRUE(run.intervals[1]->telemetryEnabled());
+  EXPECT_FALSE(run.intervals[2]->telemetryEnabled());
+}
+
+TEST(LogStoreExtractorTest, IntervalArgumentsPreferTheBeginSlotBySlot) {
+  TempDir dir;
+  const std::string fmtB =
+      "Path=%{public,signpost.telemetry:string1}s Id=%{signpost.description:attribute}s";
+  const std::string fmtE =
+      "Path=%{public,signpost.telemetry:string1}s n=%{signpost.telemetry:number1}d "
+      "Id=%{signpost.description:attribute}s Mode=%{signpost.description:attribute}s";
+  WriteFile(dir.file("s.ndjson"),
+            Lines({R().t(1).kind("begin").text(fmtB, "Path=Root Id=com.begin"),
+                   R().t(2).kind("end").text(fmtE, "Path=Ext n=-3 Id=com.end Mode=fast")}));
+  StoreRun run;
+  run.read(dir.file("s.ndjson"));
+  ASSERT_EQ(run.intervals.size(), 1u);
+  const SignpostInterval& i = *run.intervals[0];
+  EXPECT_EQ(*i.string1Name(), "Path");
+  EXPECT_EQ(*i.string1Value(), "Root");
+  EXPECT_EQ(*i.number1Name(), "n");
+  EXPECT_EQ(*i.number1Value(), Number::fromInt64(-3));
+  EXPECT_FALSE(i.string2Name());
+  EXPECT_EQ(i.attributes(), (Dictionary{{"Id", "com.begin"}, {"Mode", "fast"}}));
+  EXPECT_EQ(*i.endEvent()->string1Value(), "Ext");
+}
+
+TEST(LogStoreExtractorTest, IdentifiersAbove2To63KeepEveryBit) {
+  TempDir dir;
+  WriteFile(dir.file("s.ndjson"),
+            Lines({R().t(1).kind("begin").sid("18446744073709551615"),
+                   R().t(2).kind("end").sid("18446744073709551614"),  // equal as doubles
+                   R().t(3).kind("end").sid("18446744073709551615")}));
+  std::string alt = R().t(4).kind("begin").sid("9223372036854775809").json();
+  alt.replace(alt.find("signpostID"), 10, "signpostIdentifier");
+  WriteFile(dir.file("s.ndjson"), testing::ReadFile(dir.file("s.ndjson")) + alt + "\n" +
+                                      R().t(5).kind("end").sid("9223372036854775809").json());
+  StoreRun run;
+  run.read(dir.file("s.ndjson"));
+  ASSERT_EQ(run.intervals.size(), 2u);
+  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.0f);
+  EXPECT_EQ(run.stats().unmatchedEnds, 1u);
+}
+
+TEST(LogStoreExtractorTest, ReadsJsonArrayFilesAcrossSmallChunks) {
+  TempDir dir;
+  const std::string tricky = R().t(2).text("", "braces } ] { and \\\"quotes\\\", commas").json();
+  WriteFile(dir.file("a.json"), "\n  [\n" + R().t(1).kind("begin").json() + ",\n  " + tricky +
+                                    " , 42, \"text\",\n" + R().t(3).kind("end").json() + "\n]\n");
+  for (size_t chunk : {size_t{0}, size_t{16}, size_t{100}}) {
+    StoreRun run(chunk);
+    run.read(dir.file("a.json"));
+    ASSERT_TRUE(run.ok);
+    EXPECT_EQ(run.intervals.size(), 1u) << chunk;
+    ASSERT_EQ(run.events.size(), 1u) << chunk;
+    EXPECT_EQ(*run.events[0]->properties().subsystem, "com.test");
+    EXPECT_EQ(run.stats().nonObjectLines, 2u) << chunk;
+  }
+}
+
+TEST(LogStoreExtractorTest, PassesOverTextBrokenAndIncompleteRecordsAndTheTrailer) {
+  TempDir dir;
+  std::string noSubsystem = R().t(2).json();
+  noSubsystem.replace(noSubsystem.find("\"subsystem\""), 11, "\"subsys\"");
+  WriteFile(dir.file("s.ndjson"),
+            "Signpost export of the last day\r\n\nfields: timestamp, type\n" + R().t(1).json() +
+                "\n{\"timestamp\": \"2024-05-01 12:00:01\n" + noSubsystem + "\n" +
+                "{\"timestamp\":\"yesterday\",\"eventType\":\"signpostEvent\"}\n" +
+                "{\"timestamp\":\"2024-05-01 12:00:03.5+0200\",\"eventType\":\"logEvent\"}\n" +
+                R().t(4).kind("begin").in("process", 1, 1).json() + "\n" +
+                R().t(5).kind("end").in("process", 1, 1).json() +
+                "\n{\"count\":9,\"finished\":1}\n");
+  for (size_t chunk : {size_t{0}, size_t{32}}) {
+    StoreRun run(chunk);
+    run.read(dir.file("s.ndjson"));
+    ASSERT_TRUE(run.ok);
+    EXPECT_EQ(run.events.size(), 1u);
+    EXPECT_EQ(run.intervals.size(), 1u);
+    const LogStoreReadStatistics& s = run.stats();
+    EXPECT_EQ(s.nonObjectLines, 3u);    // two text lines, one broken object
+    EXPECT_EQ(s.malformedRecords, 2u);  // no subsystem, unreadable timestamp
+    EXPECT_EQ(s.trailers, 1u);
+    EXPECT_EQ(run.extractor.processedEventCount(), 5u);  // incl. the log event
+  }
+}
+
+TEST(LogStoreExtractorTest, WindowEdgesAreInclusive) {
+  TempDir dir;
+  WriteFile(dir.file("s.ndjson"),
+            Lines({R().t(-0.000001), R().t(0), R().t(10), R().t(10.000001)}));
+  StoreRun run;
+  run.read(dir.file("s.ndjson"), kBase, kBase + std::chrono::seconds(10));
+  EXPECT_EQ(run.events.size(), 2u);
+  EXPECT_EQ(run.extractor.processedEventCount(), 2u);
+  EXPECT_EQ(run.stats().recordsOutsideWindow, 2u);
+}
+
+TEST(LogStoreExtractorTest, MissingStoreFailsWithPathAndReason) {
+  TempDir dir;
+  StoreRun run;
+  run.read(dir.file("absent"));
+  EXPECT_FALSE(run.ok);
+  ASSERT_TRUE(run.error);
+  EXPECT_NE(run.error->localizedDescription().find(dir.file("absent")), std::string::npos);
+  EXPECT_NE(run.error->localizedDescription().find("No such file or directory"),
+            std::string::npos);
+}
+
+TEST(LogStoreExtractorTest, DirectoryIsReadInNameOrderFromTheEnvironmentByDefault) {
+  TempDir dir;
+  WriteFile(dir.file("b.json"), R().t(2).kind("end").json());
+  WriteFile(dir.file("a.ndjson"), R().t(1).kind("begin").json());
+  WriteFile(dir.file("c.txt"), R().t(3).json());
+  ASSERT_EQ(::mkdir(dir.file("d.json").c_str(), 0700), 0);
+  ::setenv(LogStoreExtractor::kStoreEnvironmentVariable, dir.path().c_str(), 1);
+  StoreRun run;
+  run.read(std::nullopt);
+  ::unsetenv(LogStoreExtractor::kStoreEnvironmentVariable);
+  ASSERT_TRUE(run.ok);
+  EXPECT_EQ(run.intervals.size(), 1u);
+  EXPECT_TRUE(run.events.empty());
+  EXPECT_EQ(run.stats().files, 2u);
+  EXPECT_EQ(LogStoreExtractor::defaultStorePath(), "/var/log/lumvane/signposts");
+}
+
+TEST(LogStoreExtractorTest, StopFromAnotherThreadEndsAtTheNextRecord) {
+  TempDir dir;
+  std::vector<R> records;
+  for (int i = 0; i < 100; ++i) records.push_back(R().t(i * 0.01));
+  WriteFile(dir.file("s.ndjson"), Lines(records));
+  StoreRun run;
+  run.extractor.setEmitEventProcessingBlock([&](auto e) {
+    run.events.push_back(e);
+    if (run.events.size() == 10) {
+      std::thread([&] {
+        run.extractor.stopProcessing();
+        run.extractor.stopProcessing();
+      }).join();
+    }
+    return true;
+  });
+  run.read(dir.file("s.ndjson"));
+  EXPECT_TRUE(run.ok);
+  EXPECT_EQ(run.events.size(), 10u);
+
+  // A stop before processing ends the next one at once, and only that one.
+  StoreRun early;
+  early.extractor.stopProcessing();
+  early.read(dir.file("s.ndjson"));
+  EXPECT_TRUE(early.ok);
+  EXPECT_TRUE(early.events.empty());
+  early.read(dir.file("s.ndjson"));
+  EXPECT_EQ(early.events.size(), 100u);
+}
+
+}  // namespace
+}  // namespace lumvane
