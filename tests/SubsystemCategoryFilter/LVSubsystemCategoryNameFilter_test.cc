@@ -1,0 +1,98 @@
+#include "lumvane/SubsystemCategoryFilter/LVSubsystemCategoryNameFilter.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "tests/SubsystemCategoryFilter/TestObjects.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using testing::Object;
+
+Value Rule(std::initializer_list<Dictionary::Entry> entries) { return Value(Dictionary(entries)); }
+Value Int(int64_t v) { return Value(Number::fromInt64(v)); }
+
+TEST(LVSubsystemCategoryNameFilterTest, RequiredKeysAreCheckedInOrderAndStopTheTable) {
+  testing::ScopedLogCapture capture;
+  EXPECT_EQ(LVSubsystemCategoryNameFilter::initWithDictionaryArray(std::nullopt), nullptr);
+  EXPECT_TRUE(capture.log().messages().empty());
+
+  // The second rule lacks "Cap"; the third is faulty too but is never read.
+  Array table = {Rule({{"Subsystem", "S"}, {"Cap", Int(1)}, {"DownsampleRatio", Int(1)}}),
+                 Rule({{"Subsystem", "T"}, {"DownsampleRatio", Int(1)}}),
+                 Rule({{"Cap", Int(1)}})};
+  EXPECT_EQ(LVSubsystemCategoryNameFilter::initWithDictionaryArray(table), nullptr);
+  EXPECT_EQ(capture.log().messages(), std::vector<std::string>{"Missing required cap"});
+
+  const std::vector<std::pair<Array, std::string>> cases = {
+      {{Rule({{"DownsampleRatio", Int(1)}})}, "Missing required subsystem"},
+      {{Rule({{"Subsystem", "S"}})}, "Missing required cap"},
+      {{Rule({{"Subsystem", "S"}, {"Cap", Int(1)}})}, "Missing required downsample ratio"},
+      {{Value("not a rule")}, "Filter rule 0 is not a dictionary"},
+      {{Rule({{"Subsystem", "S"}, {"Cap", "5"}})}, "Filter rule 0: \"Cap\" is not a number"},
+      {{Rule({{"Subsystem", "S"}, {"Cap", Int(1)}, {"DownsampleRatio", Int(1)},
+              {"Category", Int(1)}})},
+       "Filter rule 0: \"Category\" is not a string"},
+  };
+  for (const auto& [rules, message] : cases) {
+    capture.log().clear();
+    EXPECT_EQ(LVSubsystemCategoryNameFilter::initWithDictionaryArray(rules), nullptr) << message;
+    EXPECT_EQ(capture.log().messages(), std::vector<std::string>{message});
+  }
+}
+
+TEST(LVSubsystemCategoryNameFilterTest, MostSpecificRuleCountsAndUngovernedObjectsPass) {
+  testing::ScopedLogCapture capture;
+  auto empty = LVSubsystemCategoryNameFilter::initWithDictionaryArray(Array{});
+  ASSERT_TRUE(empty);
+  EXPECT_TRUE(empty->shouldReportObject(Object("S", "C", "N")));
+  EXPECT_EQ(empty->downsampleEntryForObject(Object("S", "C", "N")), nullptr);
+
+  Array table = {
+      Rule({{"Subsystem", "S"}, {"Cap", Int(100)}, {"DownsampleRatio", Int(1)}, {"Extra", "x"}}),
+      Rule({{"Subsystem", "S"}, {"Category", "C"}, {"Name", "N"}, {"Cap", Int(0)},
+            {"DownsampleRatio", Int(1)}}),
+      // A name without a category governs the whole subsystem.
+      Rule({{"Subsystem", "W"}, {"Name", "N"}, {"Cap", Int(0)}, {"DownsampleRatio", Int(1)}}),
+      // Replaced by the next rule for the same path.
+      Rule({{"Subsystem", "V"}, {"Cap", Int(0)}, {"DownsampleRatio", Int(1)}}),
+      Rule({{"Subsystem", "V"}, {"Cap", Int(1)}, {"DownsampleRatio", Int(1)}}),
+  };
+  auto filter = LVSubsystemCategoryNameFilter::initWithDictionaryArray(table);
+  ASSERT_TRUE(filter);
+  auto wide = filter->downsampleEntryForObject(Object("S", "Z", std::nullopt));
+  auto narrow = filter->downsampleEntryForObject(Object("S", "C", "N"));
+  ASSERT_TRUE(wide && narrow);
+
+  EXPECT_FALSE(filter->shouldReportObject(Object("S", "C", "N")));
+  EXPECT_FALSE(filter->shouldReportObject(Object("S", "C", "N")));
+  EXPECT_TRUE(filter->shouldReportObject(Object("S", "C", "M")));
+  EXPECT_EQ(narrow->eventsSeen(), 2u);
+  EXPECT_EQ(wide->eventsSeen(), 1u);
+
+  EXPECT_FALSE(filter->shouldReportObject(Object("W", "any", "other")));
+  EXPECT_TRUE(filter->shouldReportObject(Object("V", "C", "N")));   // new entry, cap 1
+  EXPECT_FALSE(filter->shouldReportObject(Object("V", "C", "N")));  // cap reached
+  EXPECT_TRUE(capture.log().messages().empty());
+}
+
+TEST(LVSubsystemCategoryNameFilterTest, CapAndRatioOverALongRun) {
+  auto filter = LVSubsystemCategoryNameFilter::initWithDictionaryArray(Array{
+      Rule({{"Subsystem", "S"}, {"Cap", Int(500)}, {"DownsampleRatio", Int(503)}})});
+  ASSERT_TRUE(filter);
+  const SignpostObject objects[] = {Object("S", "C", "N"), Object("S", "D", std::nullopt)};
+  std::vector<uint64_t> passed;
+  for (uint64_t i = 1; i <= 300000; ++i) {
+    if (filter->shouldReportObject(objects[i % 2])) passed.push_back(i);
+  }
+  ASSERT_EQ(passed.size(), 500u);
+  EXPECT_EQ(passed.front(), 503u);
+  EXPECT_EQ(passed.back(), 251500u);
+  EXPECT_EQ(filter->downsampleEntryForObject(objects[0])->eventsSeen(), 300000u);
+}
+
+}  // namespace
+}  // namespace lumvane
