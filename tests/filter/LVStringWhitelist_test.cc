@@ -1,0 +1,172 @@
+#include "lumvane/filter/LVStringWhitelist.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "lumvane/filter/LVStringLists.h"
+#include "lumvane/platform/InternalDiagnostics.h"
+#include "lumvane/signpost/SignpostObject.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using Opt = std::optional<std::string>;
+using Strings = std::vector<std::string>;
+
+Strings Entries(LVStringList list) { return Strings(list.begin(), list.end()); }
+
+TEST(LVStringListsTest, CountsGivenEntriesAndNoOverlap) {
+  const std::vector<std::tuple<LVStringList, size_t, size_t>> all = {
+      {LVDesktopUIElementNames(), 75, 70},   {LVDesktopUIActionNames(), 70, 69},
+      {LVDesktopBundleIdentifiers(), 774, 774}, {LVFilesystemAndIndexScanTokens(), 25, 25},
+      {LVSharedStringValues(), 2, 2},        {LVPhoneUILocationNames(), 32, 32},
+      {LVCameraEventValues(), 28, 28},       {LVShareActivityTypes(), 27, 27},
+      {LVPhoneExtensionBundleIdentifiers(), 214, 214}, {LVCalendarViewNames(), 6, 6},
+      {LVSizeNames(), 4, 4}, {LVMailAccountTypes(), 10, 10}, {LVGenerationSourceNames(), 4, 4}};
+  std::map<std::string, size_t> owner;
+  for (size_t i = 0; i < all.size(); ++i) {
+    auto [list, entries, distinct] = all[i];
+    std::set<std::string> unique;
+    for (std::string_view s : list) {
+      ASSERT_FALSE(s.empty()) << "list " << i;
+      EXPECT_TRUE(s.front() != ' ' && s.back() != ' ') << s;
+      unique.insert(std::string(s));
+    }
+    EXPECT_EQ(list.size(), entries) << "list " << i;
+    EXPECT_EQ(unique.size(), distinct) << "list " << i;
+    for (const auto& s : unique) {
+      EXPECT_TRUE(owner.emplace(s, i).second) << s << " in lists " << owner[s] << " and " << i;
+    }
+  }
+
+  EXPECT_EQ(Entries(LVSharedStringValues()), (Strings{"Root", "Ext"}));
+  EXPECT_EQ(Entries(LVCalendarViewNames()),
+            (Strings{"day", "week", "month", "year", "list", "unknown"}));
+  EXPECT_EQ(Entries(LVSizeNames()), (Strings{"small", "medium", "large", "none"}));
+  EXPECT_EQ(Entries(LVGenerationSourceNames()),
+            (Strings{"generationContext", "file", "generator", "cache"}));
+  Strings tokens = Entries(LVFilesystemAndIndexScanTokens());
+  for (int i = 4; i < 6; ++i) EXPECT_EQ(tokens[i], "rootFS" + tokens[i - 4]);
+  for (int i = 6; i < 10; ++i) EXPECT_EQ(tokens[i], "networkFS" + tokens[i - 6]);
+  EXPECT_EQ(Strings(tokens.begin() + 2, tokens.begin() + 4), (Strings{"fmtMSDOS", "fmtOTHER"}));
+  EXPECT_EQ(Strings(tokens.begin() + 10, tokens.end()),
+            (Strings{"Unknown", "ScanAvoided", "ScanShutdown", "ScanLastMountError", "ScanMount",
+                     "ScanMountError", "ScanShadow", "FullScanNew", "FullScanBrokenIndex",
+                     "FullScanReindexNoVersion", "FullScanReindexVersionMismatch",
+                     "FullScanUUIDMismatch", "FullScanBadBaseTime", "FullScanNoInitialScan",
+                     "Failure"}));
+  Strings camera = {"CameraLaunchIconTouch", "CameraLaunchWithoutPrewarm", "StillImageCaptureNow",
+                    "modeChange"};
+  for (int n = 0; n < 24; ++n) {
+    camera.push_back(std::to_string(2 + n / 8) + "," + std::to_string(1 + n / 4 % 2) + "," +
+                     std::to_string(n / 2 % 2) + "," + std::to_string(n % 2));
+  }
+  EXPECT_EQ(Entries(LVCameraEventValues()), camera);
+  Strings actions = Entries(LVDesktopUIActionNames());
+  EXPECT_EQ(std::count(actions.begin(), actions.end(), "Close"), 2);
+  auto vendor = [](std::string_view id) { return id.rfind("com.orvel.", 0) == 0; };
+  LVStringList desktop = LVDesktopBundleIdentifiers(), phone = LVPhoneExtensionBundleIdentifiers();
+  EXPECT_TRUE(std::all_of(desktop.begin(), desktop.end(), vendor));
+  EXPECT_EQ(std::count_if(phone.begin(), phone.end(), vendor), 51);
+}
+
+TEST(LVStringWhitelistTest, SetSizesAndTheirMessages) {
+  testing::ScopedLogCapture capture;
+  const size_t sizes[] = {0, 940, 327, 2, 2, 0};
+  const char* names[] = {"Unknown", "Ardenos", "Belvos", "Cirros", "Dalvos", "Elmos"};
+  for (int round = 0; round < 2; ++round) {
+    for (uint32_t p = 0; p <= 5; ++p) {
+      EXPECT_EQ(LVStringWhitelistForPlatform(static_cast<LVPlatform>(p)).size(), sizes[p]);
+    }
+  }
+  for (uint32_t p = 0; p <= 5; ++p) {  // Size lines come from a first lookup only.
+    EXPECT_LE(capture.log().count("Using string whitelist with " + std::to_string(sizes[p]) +
+                                  " elements for " + names[p] + " platform"),
+              1u);
+  }
+  EXPECT_EQ(capture.log().count("Using string whitelist with 0 elements"), 2u);  // Elmos, each time
+  EXPECT_TRUE(LVStringWhitelistForPlatform(static_cast<LVPlatform>(6)).empty());
+  EXPECT_EQ(LVPerfLoggingString1Whitelist().size(), 70u);
+  EXPECT_EQ(LVPerfLoggingString2Whitelist().size(), 69u);
+}
+
+class StringFilterTest : public ::testing::Test {
+ protected:
+  void SetUp() override { previous_ = ExchangeInternalDiagnosticsCheck(check_); }
+  void TearDown() override { ExchangeInternalDiagnosticsCheck(previous_); }
+
+  static bool Passes(LVPlatform platform, Opt n1, Opt v1, Opt n2 = {}, Opt v2 = {},
+                     bool perfOp = false) {
+    SignpostObjectProperties p;
+    p.subsystem = perfOp ? "com.orvel.Brackenfold" : "com.orvel.test";
+    p.category = perfOp ? "PerfLogging" : "cat";
+    p.name = perfOp ? "PerfLoggingOperation" : "op";
+    p.string1Name = n1;
+    p.string1Value = v1;
+    p.string2Name = n2;
+    p.string2Value = v2;
+    return LVObjectPassesStringFilter(SignpostObject(p), platform);
+  }
+
+  std::shared_ptr<FakeInternalDiagnosticsCheck> check_ =
+      std::make_shared<FakeInternalDiagnosticsCheck>(false);
+  std::shared_ptr<InternalDiagnosticsCheck> previous_;
+};
+
+TEST_F(StringFilterTest, NamedArgumentsAreCheckedAgainstThePlatformSet) {
+  for (uint32_t p : {0u, 1u, 2u, 3u, 4u, 5u, 9u}) {  // unnamed values are never looked at
+    EXPECT_TRUE(Passes(static_cast<LVPlatform>(p), {}, "secret", {}, "x"));
+  }
+  const auto cirros = LVPlatformCirros;
+  EXPECT_TRUE(Passes(cirros, "k", "Ext", "k2", "Root"));
+  EXPECT_FALSE(Passes(cirros, "k", "root"));
+  EXPECT_FALSE(Passes(cirros, "k", "Root "));
+  EXPECT_FALSE(Passes(cirros, "k", {}));
+  EXPECT_FALSE(Passes(cirros, "k", "Root", "k2", "/Users/x"));
+  EXPECT_FALSE(Passes(cirros, {}, {}, "k2", {}));
+  EXPECT_TRUE(Passes(LVPlatformDalvos, "k", "Root"));
+  EXPECT_FALSE(Passes(LVPlatformElmos, "k", "Root"));
+  EXPECT_FALSE(Passes(LVPlatformUnknown, "k", "Root"));
+
+  std::string bundle(LVDesktopBundleIdentifiers()[5]);
+  EXPECT_TRUE(Passes(LVPlatformArdenos, "b", bundle));
+  EXPECT_FALSE(Passes(LVPlatformBelvos, "b", bundle));
+  EXPECT_TRUE(Passes(LVPlatformBelvos, "c", "2,1,0,1", "s", "medium"));
+  EXPECT_FALSE(Passes(LVPlatformArdenos, "c", "2,1,0,1"));
+
+  // A failing first argument ends the check: Elmos logs once per set lookup.
+  testing::ScopedLogCapture capture;
+  EXPECT_FALSE(Passes(LVPlatformElmos, "a", "x", "b", "y"));
+  EXPECT_EQ(capture.log().count("Using string whitelist with 0 elements"), 1u);
+  EXPECT_EQ(capture.log().count("Defaulting to using string whitelist"), 1u);
+}
+
+TEST_F(StringFilterTest, InternalDiagnosticsSwitchAndPerformanceLoggingOperation) {
+  const auto ardenos = LVPlatformArdenos, belvos = LVPlatformBelvos;
+  EXPECT_TRUE(Passes(ardenos, "e", "OrvTileView", "a", "Close", true));
+  EXPECT_TRUE(Passes(ardenos, {}, "OrvTileView", {}, "Close", true));
+  // Both values are in the Ardenos set, but not each in its own perf set.
+  EXPECT_FALSE(Passes(ardenos, "e", "Close", "a", "OrvTileView", true));
+  EXPECT_FALSE(Passes(ardenos, {}, "OrvTileView", {}, {}, true));
+  // Elsewhere the operation is an ordinary signpost.
+  EXPECT_TRUE(Passes(belvos, {}, "OrvTileView", {}, {}, true));
+  EXPECT_FALSE(Passes(belvos, "e", "OrvTileView", "a", "Close", true));
+
+  check_->setAnswer(true);
+  testing::ScopedLogCapture capture;
+  const int before = check_->calls();
+  EXPECT_TRUE(Passes(LVPlatformElmos, "k", "anything"));
+  EXPECT_TRUE(Passes(belvos, "e", "OrvTileView", "a", "Close", true));
+  EXPECT_FALSE(Passes(ardenos, {}, "OrvTileView", {}, {}, true));
+  EXPECT_FALSE(Passes(ardenos, "e", "Close", "a", "OrvTileView", true));
+  // Asked (and logged) for every object that gets past the special case.
+  EXPECT_EQ(check_->calls() - before, 2);
+  EXPECT_EQ(capture.log().count("Not using string whitelist due to os_variant"), 2u);
+}
+
+}  // namespace
+}  // namespace lumvane

@@ -1,0 +1,229 @@
+#include "lumvane/filter/LumvaneObjectFilter.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "lumvane/SubsystemCategoryFilter/LVBuiltInFilter.h"
+#include "lumvane/filter/LVStringLists.h"
+#include "lumvane/filter/LVStringWhitelist.h"
+#include "lumvane/platform/InternalDiagnostics.h"
+#include "lumvane/signpost/SignpostAnimationInterval.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using Opt = std::optional<std::string>;
+enum Kind { Plain, Event, Interval, Animation };
+
+SignpostObjectProperties Named(Opt subsystem, Opt category, Opt name) {
+  SignpostObjectProperties p;
+  p.subsystem = std::move(subsystem), p.category = std::move(category), p.name = std::move(name);
+  return p;
+}
+
+std::shared_ptr<const SignpostObject> Make(Kind kind, bool enabled, float duration,
+                                           Opt value = {},
+                                           SignpostObjectProperties p = Named("com.orvel.test",
+                                                                              "cat", "op")) {
+  p.telemetryEnabled = enabled;
+  p.durationSeconds = duration;
+  if (value) p.string1Name = "arg", p.string1Value = value;
+  switch (kind) {
+    case Plain: return std::make_shared<const SignpostObject>(p);
+    case Event: return std::make_shared<const SignpostEvent>(p, "proc", "/bin/proc");
+    case Interval: return std::make_shared<const SignpostInterval>(p, nullptr, nullptr);
+    case Animation:
+      return std::make_shared<const SignpostAnimationInterval>(p, nullptr, nullptr, Dictionary(),
+                                                               60.0f);
+  }
+  return nullptr;
+}
+
+uint64_t PerClassificationTotal(const LumvaneObjectFilter& f) {
+  return f.telemetryDisabledAggregation().totalCount() +
+         f.telemetryReportedAggregation().totalCount() +
+         f.telemetryNotReportedFailedStringWhitelistAggregation().totalCount() +
+         f.telemetryNotReportedDurationThresholdAggregation().totalCount() +
+         f.telemetryNotReportedFailedSCFilterAggregation().totalCount() +
+         f.telemetryNotReportedClassNotSupportedAggregation().totalCount();
+}
+
+class ObjectFilterTest : public ::testing::Test {
+ protected:
+  void SetUp() override { previous_ = ExchangeInternalDiagnosticsCheck(check_); }
+  void TearDown() override { ExchangeInternalDiagnosticsCheck(previous_); }
+
+  static SignpostClassification Verdict(LumvaneObjectFilter& f, const SignpostObject& o) {
+    auto c = static_cast<SignpostClassification>(99);
+    const bool reported = f.shouldReportSignpostObject(o, &c);
+    EXPECT_EQ(reported, c == SignpostClassificationReported);
+    return c;
+  }
+
+  testing::ScopedLogCapture quiet_{LogLevel::Error};
+  std::shared_ptr<InternalDiagnosticsCheck> check_ =
+      std::make_shared<FakeInternalDiagnosticsCheck>(false);
+  std::shared_ptr<InternalDiagnosticsCheck> previous_;
+};
+
+TEST_F(ObjectFilterTest, FirstFailingTestDecidesAndEachVerdictIsCountedOnce) {
+  auto f = LumvaneObjectFilter::initWithPlatform(LVPlatformCirros);
+  ASSERT_TRUE(f);
+  EXPECT_EQ(Verdict(*f, *Make(Plain, false, -1, "bad")), SignpostClassificationClassNotSupported);
+  EXPECT_EQ(Verdict(*f, *Make(Interval, false, -1, "bad")), SignpostClassificationTelemetryDisabled);
+  EXPECT_EQ(Verdict(*f, *Make(Interval, true, -0.001f, "bad")),
+            SignpostClassificationDurationThreshold);
+  EXPECT_EQ(Verdict(*f, *Make(Interval, true, 0.0f, "bad")),
+            SignpostClassificationFailedStringWhitelist);
+  EXPECT_EQ(Verdict(*f, *Make(Interval, true, std::nanf(""), "Root")),
+            SignpostClassificationReported);
+  EXPECT_EQ(Verdict(*f, *Make(Interval, true, 0.0f)), SignpostClassificationReported);
+  EXPECT_TRUE(f->shouldReportSignpostObject(*Make(Event, true, 1), nullptr));
+
+  EXPECT_EQ(f->allInspectedSignpostObjectsAggregation().totalCount(), 7u);
+  EXPECT_EQ(f->telemetryNotReportedClassNotSupportedAggregation().totalCount(), 1u);
+  EXPECT_EQ(f->telemetryDisabledAggregation().totalCount(), 1u);
+  EXPECT_EQ(f->telemetryNotReportedDurationThresholdAggregation().totalCount(), 1u);
+  EXPECT_EQ(f->telemetryReportedAggregation().countForSubsystem("com.orvel.test", "cat"), 3u);
+  EXPECT_EQ(PerClassificationTotal(*f), 7u);
+  // The plain object is in no class counter; a reported interval is no event.
+  EXPECT_EQ(f->totalUnreportedIntervalCount(), 3u);
+  EXPECT_EQ(f->totalReportedIntervalCount(), 2u);
+  EXPECT_EQ(f->totalReportedEventCount(), 1u);
+  EXPECT_EQ(f->telemetryReportedEventsAggregation().totalCount(), 1u);
+  EXPECT_EQ(f->totalUnreportedEventCount() + f->totalUnreportedAnimationCount(), 0u);
+}
+
+TEST_F(ObjectFilterTest, ClassCountersAndDirectIncrement) {
+  auto f = LumvaneObjectFilter::_init();
+  EXPECT_EQ(f->platform(), LVPlatformUnknown);
+  EXPECT_FALSE(f->scnFilter());
+  f->incrementTotalForObject(*Make(Animation, true, 1), SignpostClassificationReported);
+  f->incrementTotalForObject(*Make(Animation, true, 1), SignpostClassificationFailedSCFilter);
+  f->incrementTotalForObject(*Make(Event, true, 1), SignpostClassificationTelemetryDisabled);
+  EXPECT_EQ(f->totalReportedAnimationCount(), 1u);
+  EXPECT_EQ(f->totalUnreportedAnimationCount(), 1u);
+  EXPECT_EQ(f->totalReportedIntervalCount() + f->totalUnreportedIntervalCount(), 0u);
+  EXPECT_EQ(f->totalUnreportedEventCount(), 1u);
+  EXPECT_EQ(f->telemetryReportedEventsAggregation().totalCount(), 0u);
+
+  // A value that is no classification counts as inspected and unreported only.
+  f->incrementTotalForObject(*Make(Interval, true, 1), static_cast<SignpostClassification>(7));
+  EXPECT_EQ(f->allInspectedSignpostObjectsAggregation().totalCount(), 4u);
+  EXPECT_EQ(f->totalUnreportedIntervalCount(), 1u);
+  EXPECT_EQ(PerClassificationTotal(*f), 3u);
+}
+
+TEST_F(ObjectFilterTest, FactoriesAndNameFilterPerPlatform) {
+  EXPECT_FALSE(LumvaneObjectFilter::initWithPlatform(LVPlatformUnknown));
+  EXPECT_FALSE(LumvaneObjectFilter::initWithPlatform(static_cast<LVPlatform>(6)));
+  for (uint32_t p = 1; p <= 5; ++p) {
+    auto f = LumvaneObjectFilter::initWithPlatform(static_cast<LVPlatform>(p));
+    ASSERT_TRUE(f);
+    EXPECT_EQ(f->platform(), static_cast<LVPlatform>(p));
+    EXPECT_EQ(f->scnFilter() != nullptr, p <= 2) << p;
+    EXPECT_EQ(f->scnFilter(), LVBuiltInFilterForPlatform(static_cast<LVPlatform>(p)));
+  }
+  auto current = LumvaneObjectFilter::init();
+  EXPECT_EQ(current->platform(), LVPlatformCirros);
+  EXPECT_FALSE(current->scnFilter());
+
+  auto ardenos = LumvaneObjectFilter::initWithPlatform(LVPlatformArdenos);
+  auto blocked = Make(Event, true, 1, {},
+                      Named("com.orvel.velmarsh.quillary", "signpost", "Tallowmark"));
+  EXPECT_EQ(Verdict(*ardenos, *blocked), SignpostClassificationFailedSCFilter);
+}
+
+TEST_F(ObjectFilterTest, OnlyObjectsPassingEarlierTestsReachTheNameFilter) {
+  auto names = LVSubsystemCategoryNameFilter::initWithDictionaryArray(Array{});
+  ASSERT_TRUE(names);
+  names->addEntryWithSubsystem("com.orvel.test", std::nullopt, std::nullopt, 10, 2);
+  auto f = LumvaneObjectFilter::initWithPlatform(LVPlatformCirros);
+  f->setScnFilter(names);
+  auto good = Make(Interval, true, 1, "Ext");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(Verdict(*f, *Make(Interval, true, 1, "nope")),
+              SignpostClassificationFailedStringWhitelist);
+    EXPECT_EQ(Verdict(*f, *Make(Interval, false, 1)), SignpostClassificationTelemetryDisabled);
+  }
+  EXPECT_EQ(names->downsampleEntryForObject(*good)->eventsSeen(), 0u);
+  // Every second governed object passes.
+  EXPECT_EQ(Verdict(*f, *good), SignpostClassificationFailedSCFilter);
+  EXPECT_EQ(Verdict(*f, *good), SignpostClassificationReported);
+}
+
+// Thousands of random objects per platform: every reported object's named
+// string arguments are in the platform's set (or it is the desktop
+// performance-logging operation with valid values), no object whose named
+// arguments are all listed fails the whitelist, and the statistics add up.
+TEST_F(ObjectFilterTest, RandomObjectsOnEveryPlatform) {
+  std::mt19937 rng(20240611);
+  auto pick = [&](size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); };
+  const std::vector<LVStringList> pools = {LVDesktopUIElementNames(), LVDesktopUIActionNames(),
+                                           LVDesktopBundleIdentifiers(), LVSharedStringValues(),
+                                           LVCameraEventValues(), LVSizeNames()};
+  const std::string subsystems[] = {"com.orvel.test", "com.orvel.Lanternfield",
+                                    "com.orvel.Brackenfold"};
+  const float durations[] = {1.5f, 0.0f, -2.0f, std::nanf("")};
+  const size_t n = 3000;
+  for (uint32_t pl = 1; pl <= 5; ++pl) {
+    const auto platform = static_cast<LVPlatform>(pl);
+    const LVStringSet& allowed = LVStringWhitelistForPlatform(platform);
+    auto value = [&]() -> Opt {
+      size_t roll = pick(6);
+      if (roll == 0) return std::nullopt;
+      if (roll == 1) return "random-" + std::to_string(pick(1000));
+      if (roll == 2 && !allowed.empty()) {
+        return std::string(*std::next(allowed.begin(), pick(allowed.size())));
+      }
+      LVStringList list = pools[pick(pools.size())];
+      return std::string(list[pick(list.size())]);
+    };
+    auto argName = [&]() { return pick(3) ? Opt("arg") : std::nullopt; };
+    auto listed = [&](const Opt& name, const Opt& v) { return !name || (v && allowed.count(*v)); };
+
+    auto f = LumvaneObjectFilter::initWithPlatform(platform);
+    for (size_t i = 0; i < n; ++i) {
+      SignpostObjectProperties p;
+      p.subsystem = subsystems[pick(3)];
+      p.category = p.subsystem == "com.orvel.Brackenfold" ? "PerfLogging" : "cat";
+      p.name = pick(4) ? Opt("PerfLoggingOperation") : std::nullopt;
+      p.string1Name = argName();
+      p.string1Value = value();
+      p.string2Name = argName();
+      p.string2Value = value();
+      auto object = Make(Kind(pick(4)), pick(10) != 0, durations[pick(4)], {}, p);
+
+      SignpostClassification c;
+      const bool reported = f->shouldReportSignpostObject(*object, &c);
+      const bool allListed = listed(p.string1Name, p.string1Value) &&
+                             listed(p.string2Name, p.string2Value);
+      const bool perfOp = platform == LVPlatformArdenos &&
+                          LVIsPerfLoggingOperation(p.subsystem, p.category, p.name);
+      if (reported) {
+        EXPECT_TRUE(perfOp ? LVPerfLoggingValuesPass(p.string1Value, p.string2Value) : allListed)
+            << "platform " << pl << " object " << i;
+      }
+      if (c == SignpostClassificationFailedStringWhitelist && !perfOp) {
+        EXPECT_FALSE(allListed) << "platform " << pl << " object " << i;
+      }
+    }
+    EXPECT_EQ(f->allInspectedSignpostObjectsAggregation().totalCount(), n);
+    EXPECT_EQ(PerClassificationTotal(*f), n);
+    EXPECT_EQ(f->totalReportedIntervalCount() + f->totalUnreportedIntervalCount() +
+                  f->totalReportedAnimationCount() + f->totalUnreportedAnimationCount() +
+                  f->totalReportedEventCount() + f->totalUnreportedEventCount() +
+                  f->telemetryNotReportedClassNotSupportedAggregation().totalCount(),
+              n);
+    EXPECT_EQ(f->totalReportedEventCount(), f->telemetryReportedEventsAggregation().totalCount());
+    // The mix must exercise both outcomes of the whitelist to mean anything.
+    EXPECT_GT(f->telemetryReportedAggregation().totalCount(), 0u) << pl;
+    EXPECT_GT(f->telemetryNotReportedFailedStringWhitelistAggregation().totalCount(), 0u) << pl;
+  }
+}
+
+}  // namespace
+}  // namespace lumvane
