@@ -34,7 +34,10 @@ std::optional<Error> startDaemon(ActivityScheduler& scheduler) {
   scheduler.registerActivity(kLumvaneActivityIdentifier, ActivityCriteria::CheckIn,
                              [&scheduler](std::shared_ptr<Activity> activity) {
                                handleActivity(scheduler, std::move(activity),
-                                              performReportingRun);
+                                              [&scheduler](const std::shared_ptr<Activity>& a) {
+                                                performReportingRun(
+                                                    a, DefaultReportingRunEnvironment(scheduler));
+                                              });
                              });
   interruptSource()->resume();
   return std::nullopt;
