@@ -1,0 +1,331 @@
+#include "lumvane/ReportingRun.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "lumvane/platform/DovetelEventSink.h"
+#include "lumvane/platform/InternalDiagnostics.h"
+#include "lumvane/platform/ManualTimerFactory.h"
+#include "lumvane/platform/RecordingActivityScheduler.h"
+#include "lumvane/signpost/ScriptedExtractor.h"
+#include "lumvane/signpost/SignpostAnimationInterval.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using Opt = std::optional<std::string>;
+using ObjectPtr = std::shared_ptr<const SignpostObject>;
+constexpr const char* kGeneralEvent = "com.orvel.performance.signpost";
+
+enum Kind { Event, Interval, Animation };
+
+ObjectPtr Make(Kind kind, std::string name, bool enabled = true, float duration = 0.5f) {
+  SignpostObjectProperties p;
+  p.subsystem = "com.orvel.test", p.category = "cat", p.name = std::move(name);
+  p.telemetryEnabled = enabled, p.durationSeconds = duration;
+  switch (kind) {
+    case Event: return std::make_shared<const SignpostEvent>(p, "proc", "/bin/proc");
+    case Interval: return std::make_shared<const SignpostInterval>(p, nullptr, nullptr);
+    case Animation:
+      return std::make_shared<const SignpostAnimationInterval>(p, nullptr, nullptr, Dictionary(),
+                                                               60.0f);
+  }
+  return nullptr;
+}
+
+// The string at `key`, or "<none>".
+std::string StringAt(const Dictionary& d, const char* key) {
+  const Value* v = d.find(key);
+  return v && v->asString() ? *v->asString() : "<none>";
+}
+
+bool FileExists(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0;
+}
+
+// Hands timers to a ManualTimerFactory but keeps its own copy of every
+// handler, as a timer whose last firing is still pending would.
+class KeepingTimerFactory final : public TimerFactory {
+ public:
+  std::unique_ptr<RepeatingTimer> makeRepeatingTimer(std::shared_ptr<WorkQueue> queue,
+                                                     std::function<void()> handler) override {
+    kept.push_back(handler);
+    return manual.makeRepeatingTimer(std::move(queue), std::move(handler));
+  }
+  ManualTimerFactory manual;
+  std::vector<std::function<void()>> kept;
+};
+
+// What the report saw when it ran.
+struct ReportView {
+  bool onReportQueue = false;
+  size_t sendsDelivered = 0;
+  bool wasInterrupted = false;
+  Date periodStart{}, periodEnd{};
+};
+
+class ReportingRunTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    previousSink_ = ExchangeDovetelEventSink(sink_);
+    previousCheck_ = ExchangeInternalDiagnosticsCheck(
+        std::make_shared<FakeInternalDiagnosticsCheck>(false));
+    capture_.log().clear();  // the throttle's creation line
+  }
+  void TearDown() override {
+    ExchangeDovetelEventSink(previousSink_);
+    ExchangeInternalDiagnosticsCheck(previousCheck_);
+  }
+
+  ReportingRunEnvironment Env() {
+    return ReportingRunEnvironment{
+        scheduler_,
+        [this]() -> std::shared_ptr<VantrelObjectExtractor> {
+          auto e = std::make_shared<ScriptedExtractor>(objects_);
+          if (fail_) e->failWith(failure_);
+          if (hook_) e->setBeforeDeliveryHook(hook_);
+          extractor_ = e;
+          ++extractorsMade_;
+          return e;
+        },
+        timers_,
+        clock_,
+        throttle_,
+        *queue_,
+        *cookie_,
+        [this] { return tasked_; },
+        [this] { return bootFs_; },
+        [this] { return nows_.at(nowCalls_++); },
+        [this](const RunStatisticsInput& in) {
+          reports_.push_back({queue_->isCurrent(), sink_->events().size(), in.wasInterrupted->load(),
+                              in.periodStart, in.periodEnd});
+          if (realReport_) reporter_.reportRunStatistics(in);
+        },
+    };
+  }
+
+  ReportingRunOutcome Run(std::optional<Error>* error = nullptr) {
+    nowCalls_ = 0;
+    return performReportingRun(activity_, Env(), error);
+  }
+  std::shared_ptr<ScriptedExtractor> Extractor() { return extractor_.lock(); }
+  std::vector<std::string> Messages() { return capture_.log().messages(); }
+  // Index of the first message equal to `text`, or the number of messages.
+  size_t IndexOf(const std::string& text) {
+    auto m = Messages();
+    return static_cast<size_t>(std::find(m.begin(), m.end(), text) - m.begin());
+  }
+
+  testing::ScopedLogCapture capture_;
+  testing::TempDir dir_;
+  std::shared_ptr<RecordingDovetelSink> sink_ = std::make_shared<RecordingDovetelSink>();
+  std::shared_ptr<DovetelEventSink> previousSink_;
+  std::shared_ptr<InternalDiagnosticsCheck> previousCheck_;
+  RecordingActivityScheduler scheduler_;
+  std::shared_ptr<Activity> activity_ = std::make_shared<Activity>("test activity");
+  KeepingTimerFactory timers_;
+  FakeContinuousClock clock_;
+  RecordingSleeper sleeper_{&clock_};
+  ReportThrottle throttle_{clock_, sleeper_};
+  RunStatisticsReporter reporter_{clock_, throttle_, [](Date) { return std::string("date"); }};
+  std::shared_ptr<WorkQueue> queue_ = NewSerialWorkQueue("test reporting queue");
+  CookieFile guard_{dir_.file("lumvane_running")};
+  CookieFile* cookie_ = &guard_;
+
+  bool tasked_ = true;
+  Opt bootFs_ = "ext4";
+  std::vector<Date> nows_{Date(std::chrono::seconds(1'700'000'000)),
+                          Date(std::chrono::microseconds(1'700'000'000'000'250))};
+  size_t nowCalls_ = 0;
+  std::vector<ObjectPtr> objects_;
+  bool fail_ = false;
+  std::optional<Error> failure_;
+  std::function<void(size_t)> hook_;
+  bool realReport_ = false;
+  std::weak_ptr<ScriptedExtractor> extractor_;
+  int extractorsMade_ = 0;
+  std::vector<ReportView> reports_;
+};
+
+TEST_F(ReportingRunTest, EndsEarlyWhenNotTaskedOrAGuardFileIsPresentOrCannotBeMade) {
+  objects_ = {Make(Interval, "iv")};
+  tasked_ = false;
+  EXPECT_EQ(Run(), ReportingRunOutcome::NotTasked);
+  EXPECT_FALSE(FileExists(guard_.path()));
+  testing::WriteFile(guard_.path(), "");
+  EXPECT_EQ(Run(), ReportingRunOutcome::NotTasked);
+  EXPECT_TRUE(FileExists(guard_.path())) << "an untasked run removed the guard file";
+  EXPECT_TRUE(Messages().empty()) << ::testing::PrintToString(Messages());
+  EXPECT_EQ(extractorsMade_, 0);
+  EXPECT_TRUE(timers_.manual.timers().empty());
+
+  tasked_ = true;
+  EXPECT_EQ(Run(), ReportingRunOutcome::BailedOnGuardFile);
+  EXPECT_FALSE(FileExists(guard_.path()));
+  EXPECT_LT(IndexOf("Bailing due to cookie file"), IndexOf("Cleared cookie file"));
+  EXPECT_EQ(IndexOf("Created cookie file"), Messages().size());
+  EXPECT_EQ(extractorsMade_, 0);
+  EXPECT_TRUE(reports_.empty());
+  EXPECT_TRUE(sink_->events().empty());
+
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed) << "the run after a bail proceeds";
+  EXPECT_EQ(extractorsMade_, 1);
+  EXPECT_EQ(reports_.size(), 1u);
+  EXPECT_EQ(sink_->events().size(), 2u);
+  EXPECT_LT(IndexOf("Created cookie file"), Messages().size());
+  EXPECT_FALSE(FileExists(guard_.path()));
+
+  CookieFile unreachable(dir_.file("missing/lumvane_running"));
+  cookie_ = &unreachable;
+  EXPECT_EQ(Run(), ReportingRunOutcome::GuardFileNotCreated);
+  cookie_ = &guard_;
+  EXPECT_EQ(extractorsMade_, 1);
+  EXPECT_EQ(reports_.size(), 1u);
+}
+
+TEST_F(ReportingRunTest, SendsEachAcceptedObjectTwiceWithTheBootKeysAndReportsAfterTheSends) {
+  objects_ = {Make(Interval, "iv"), Make(Interval, "off", /*enabled=*/false),
+              Make(Animation, "anim"), Make(Event, "ev"), Make(Event, "neg", true, -1.0f)};
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+  auto events = sink_->events();
+  const std::vector<std::pair<std::string, std::string>> expected = {
+      {"iv", "Interval"}, {"anim", "AnimationInterval"}, {"ev", "Event"}};
+  ASSERT_EQ(events.size(), 2 * expected.size());
+  for (size_t i = 0; i < expected.size(); ++i) {
+    const auto& general = events[2 * i];
+    const auto& specific = events[2 * i + 1];
+    EXPECT_EQ(general.name, kGeneralEvent);
+    EXPECT_EQ(specific.name, "sp__com.orvel.test__cat__" + expected[i].first);
+    EXPECT_EQ(general.payload, specific.payload);
+    EXPECT_EQ(StringAt(general.payload, "IntervalType"), expected[i].second);
+    EXPECT_EQ(StringAt(general.payload, "BootPartitionFS"), "ext4");
+    EXPECT_EQ(StringAt(general.payload, "BootDiskType"), "SSD");
+  }
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_TRUE(reports_[0].onReportQueue);
+  EXPECT_EQ(reports_[0].sendsDelivered, events.size());
+  EXPECT_LT(IndexOf("Boot disk type: SSD"), Messages().size());
+  EXPECT_EQ(extractorsMade_, 1);
+
+  bootFs_.reset();
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+  events = sink_->events();
+  ASSERT_EQ(events.size(), 4 * expected.size());
+  for (size_t i = 2 * expected.size(); i < events.size(); ++i) {
+    EXPECT_FALSE(events[i].payload.contains("BootPartitionFS")) << events[i].name;
+    EXPECT_TRUE(events[i].payload.contains("BootDiskType")) << events[i].name;
+  }
+}
+
+TEST_F(ReportingRunTest, ReadsTheDayBeforeTheFirstReadingUpToTheSecond) {
+  std::optional<std::pair<Date, Date>> asked;
+  hook_ = [&](size_t) {
+    auto e = Extractor();
+    EXPECT_FALSE(e->lastPath()) << "the run must read the machine's own store";
+    EXPECT_FALSE(e->buildAnimationCompositeIntervalTimelines());
+    asked.emplace(e->lastStartDate(), e->lastEndDate());
+  };
+  objects_ = {Make(Event, "ev")};
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+  EXPECT_EQ(nowCalls_, 2u);
+  ASSERT_TRUE(asked);
+  EXPECT_EQ(asked->first, nows_[0] - std::chrono::seconds(86400));
+  EXPECT_EQ(asked->second, nows_[1]);
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_EQ(reports_[0].periodStart, nows_[0] - std::chrono::seconds(86400));
+  EXPECT_EQ(reports_[0].periodEnd, nows_[1]);
+  EXPECT_FALSE(Extractor()) << "the extractor outlived its run";
+}
+
+TEST_F(ReportingRunTest, FailedProcessingIsLoggedAndStillReportedAndCleared) {
+  objects_ = {Make(Event, "ev")};
+  fail_ = true;
+  failure_ = Error("cannot open the log store");
+  std::optional<Error> error;
+  EXPECT_EQ(Run(&error), ReportingRunOutcome::ProcessingFailed);
+  ASSERT_TRUE(error);
+  EXPECT_EQ(error->localizedDescription(), "cannot open the log store");
+  EXPECT_EQ(capture_.log().count(
+                "Failed to process signpost data due to error: cannot open the log store"),
+            1u);
+  EXPECT_EQ(reports_.size(), 1u);
+  EXPECT_FALSE(FileExists(guard_.path()));
+
+  failure_.reset();
+  error.reset();
+  EXPECT_EQ(Run(&error), ReportingRunOutcome::ProcessingFailed);
+  EXPECT_FALSE(error);
+  EXPECT_EQ(capture_.log().count("Failed to process signpost data due to error: (null)"), 1u);
+  EXPECT_EQ(reports_.size(), 2u);
+  EXPECT_FALSE(FileExists(guard_.path()));
+  EXPECT_TRUE(sink_->events().empty());
+}
+
+TEST_F(ReportingRunTest, DeferralRequestedMidProcessingStopsTheExtractorAndMarksTheReport) {
+  objects_ = {Make(Event, "a"), Make(Event, "b"), Make(Event, "c")};
+  realReport_ = true;
+  hook_ = [&](size_t i) {
+    if (i != 1) return;
+    EXPECT_TRUE(FileExists(guard_.path()));
+    scheduler_.setShouldDefer(true);
+    EXPECT_EQ(timers_.manual.fireAll(), 1);
+    EXPECT_EQ(timers_.manual.fireAll(), 1);  // a poll that finds deferral again asks again
+    EXPECT_EQ(Extractor()->stopRequestCount(), 2);
+  };
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+
+  auto timers = timers_.manual.timers();
+  ASSERT_EQ(timers.size(), 1u);
+  EXPECT_EQ(timers[0].startDelay.count(), 0);
+  EXPECT_EQ(timers[0].period, std::chrono::seconds(10));
+  EXPECT_EQ(timers[0].leeway, std::chrono::seconds(10));
+  EXPECT_TRUE(timers[0].started);
+  EXPECT_TRUE(timers[0].cancelled);
+
+  EXPECT_LT(IndexOf("Trying to stop in-flight reporting work."),
+            IndexOf("Concluding processing due to deferral request"));
+  EXPECT_LT(IndexOf("Concluding processing due to deferral request"), Messages().size());
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_TRUE(reports_[0].wasInterrupted);
+  // Only the object before the stop is sent; the report's events follow.
+  auto events = sink_->events();
+  ASSERT_GE(events.size(), 3u);
+  EXPECT_EQ(events[1].name, "sp__com.orvel.test__cat__a");
+  EXPECT_NE(events[2].name, kGeneralEvent);
+  EXPECT_EQ(events.back().name, "com.orvel.performance.signpost_reporting_stats");
+  const Value* interrupted = events.back().payload.find("WasInterrupted");
+  ASSERT_TRUE(interrupted && interrupted->asNumber());
+  EXPECT_TRUE(interrupted->asNumber()->boolValue());
+  EXPECT_FALSE(FileExists(guard_.path()));
+  EXPECT_EQ(scheduler_.calls(), (std::vector<std::string>{"shouldDefer", "shouldDefer"}))
+      << "the run itself sets no activity state";
+}
+
+TEST_F(ReportingRunTest, PollWithoutDeferralContinuesAndHoldsTheExtractorOnlyWeakly) {
+  objects_ = {Make(Event, "a"), Make(Event, "b")};
+  hook_ = [&](size_t) { EXPECT_EQ(timers_.manual.fireAll(), 1); };
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+  EXPECT_EQ(capture_.log().count("Deferral not requested, continuing."), 2u);
+  EXPECT_EQ(capture_.log().count("Trying to stop in-flight reporting work."), 0u);
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_FALSE(reports_[0].wasInterrupted);
+  EXPECT_EQ(sink_->events().size(), 4u);
+
+  // A poll handler left over after the run must neither have kept the
+  // extractor alive nor reach it now.
+  EXPECT_EQ(timers_.manual.fireAll(), 0);
+  ASSERT_EQ(timers_.kept.size(), 1u);
+  EXPECT_TRUE(extractor_.expired()) << "the deferral poll kept the extractor alive";
+  scheduler_.setShouldDefer(true);
+  timers_.kept[0]();
+  EXPECT_EQ(capture_.log().count("Concluding processing due to deferral request"), 1u);
+  EXPECT_TRUE(extractor_.expired());
+}
+
+}  // namespace
+}  // namespace lumvane
