@@ -1,0 +1,256 @@
+#include "lumvane/telemetry/RunStatistics.h"
+
+#include <gtest/gtest.h>
+
+#include "lumvane/platform/DovetelEventSink.h"
+#include "lumvane/signpost/ScriptedExtractor.h"
+#include "lumvane/signpost/SignpostAnimationInterval.h"
+#include "lumvane/signpost/SignpostEvent.h"
+#include "lumvane/signpost/SignpostInterval.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+using testing::ScopedLogCapture;
+
+constexpr const char* kStats = "com.orvel.performance.signpost_reporting_stats";
+constexpr const char* kCounts = "com.orvel.performance.signpost_counts";
+
+enum Kind { Event, Interval, Animation };
+
+// Counts `n` objects of `kind` for (subsystem, category) under `c`.
+void Count(LumvaneObjectFilter& filter, int n, Kind kind, const char* subsystem,
+           std::optional<std::string> category, SignpostClassification c) {
+  SignpostObjectProperties p;
+  p.subsystem = subsystem;
+  p.category = std::move(category);
+  std::shared_ptr<const SignpostObject> object;
+  if (kind == Event) object = std::make_shared<SignpostEvent>(p, std::nullopt, std::nullopt);
+  if (kind == Interval) object = std::make_shared<SignpostInterval>(p, nullptr, nullptr);
+  if (kind == Animation) {
+    object = std::make_shared<SignpostAnimationInterval>(p, nullptr, nullptr, Dictionary{}, 60.0f);
+  }
+  for (int i = 0; i < n; ++i) filter.incrementTotalForObject(*object, c);
+}
+
+Dictionary CountPayload(const char* subsystem, const char* category, uint64_t count,
+                        const char* classification) {
+  return {{"Subsystem", subsystem},
+          {"Category", category},
+          {"Count", Number::fromUInt64(count)},
+          {"Classification", classification}};
+}
+
+// The events of one run: a recording sink swapped in, a throttle whose sleeps
+// move its fake clock, and a date formatter that counts its calls.
+class RunStatisticsTest : public ::testing::Test {
+ protected:
+  RunStatisticsTest() : previous_(ExchangeDovetelEventSink(sink_)) {}
+  ~RunStatisticsTest() override { ExchangeDovetelEventSink(previous_); }
+
+  RunStatisticsInput Input(std::shared_ptr<const LumvaneObjectFilter> filter, bool interrupted) {
+    RunStatisticsInput input;
+    input.objectFilter = std::move(filter);
+    input.runStart = clock_.now();
+    input.extractor = extractor_;
+    input.periodStart = Date(std::chrono::microseconds(111));
+    input.periodEnd = Date(std::chrono::microseconds(222));
+    input.wasInterrupted = std::make_shared<std::atomic<bool>>(interrupted);
+    return input;
+  }
+
+  std::shared_ptr<RecordingDovetelSink> sink_ = std::make_shared<RecordingDovetelSink>();
+  std::shared_ptr<DovetelEventSink> previous_;
+  FakeContinuousClock clock_;
+  RecordingSleeper sleeper_{&clock_};
+  ReportThrottle throttle_{clock_, sleeper_};
+  std::shared_ptr<ScriptedExtractor> extractor_ = std::make_shared<ScriptedExtractor>(
+      std::vector<std::shared_ptr<const SignpostObject>>{});
+  int formatCalls_ = 0;
+  RunStatisticsReporter reporter_{clock_, throttle_, [this](Date d) {
+                                    ++formatCalls_;
+                                    return "<" + std::to_string(d.time_since_epoch().count()) + ">";
+                                  }};
+};
+
+// Seven subsystem/category-filtered keys of counts 9,7,7,5,3,2,1 and one key
+// in each other dumped aggregation (plus one telemetry-disabled key, which is
+// inspected but not dumped).
+std::shared_ptr<LumvaneObjectFilter> RankedFilter() {
+  auto filter = LumvaneObjectFilter::_init();
+  const char* categories[] = {"a", "b", "c", "d", "e", "f", "g"};
+  const int counts[] = {9, 7, 7, 5, 3, 2, 1};
+  for (int i = 0; i < 7; ++i) {
+    Count(*filter, counts[i], Event, "s", categories[i], SignpostClassificationFailedSCFilter);
+  }
+  Count(*filter, 2, Event, "r", "x", SignpostClassificationReported);
+  Count(*filter, 1, Interval, "r", "y", SignpostClassificationReported);
+  Count(*filter, 1, Animation, "d", "z", SignpostClassificationDurationThreshold);
+  Count(*filter, 1, Interval, "w", "q", SignpostClassificationFailedStringWhitelist);
+  Count(*filter, 1, Event, "t", "t", SignpostClassificationTelemetryDisabled);
+  return filter;
+}
+
+TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) {
+  ScopedLogCapture capture;
+  reporter_.reportRunStatistics(Input(RankedFilter(), false));
+
+  const std::vector<Dictionary> counts = {
+      CountPayload("s", "a", 9, "AllInspected"), CountPayload("s", "b", 7, "AllInspected"),
+      CountPayload("s", "c", 7, "AllInspected"), CountPayload("s", "d", 5, "AllInspected"),
+      CountPayload("s", "e", 3, "AllInspected"), CountPayload("r", "x", 2, "Reported"),
+      CountPayload("r", "y", 1, "Reported"),     CountPayload("r", "x", 2, "ReportedEvents"),
+      CountPayload("s", "a", 9, "SubsystemCategoryFiltered"),
+      CountPayload("s", "b", 7, "SubsystemCategoryFiltered"),
+      CountPayload("s", "c", 7, "SubsystemCategoryFiltered"),
+      CountPayload("s", "d", 5, "SubsystemCategoryFiltered"),
+      CountPayload("s", "e", 3, "SubsystemCategoryFiltered"),
+      CountPayload("d", "z", 1, "DurationThresholdFiltered"),
+      CountPayload("w", "q", 1, "StringWhitelistFiltered")};
+  const auto events = sink_->events();
+  ASSERT_EQ(events.size(), counts.size() + 1);
+  for (std::size_t i = 0; i < counts.size(); ++i) {
+    EXPECT_EQ(events[i].name, kCounts) << i;
+    EXPECT_EQ(events[i].payload, counts[i]) << i << ": " << Value(events[i].payload).description();
+  }
+  EXPECT_EQ(events.back().name, kStats);
+
+  // 24 keys, one throttle step each, on a clock that only the sleeps move:
+  // the 10th and the 20th step sleep a whole quantum, before that key's line.
+  EXPECT_EQ(sleeper_.sleeps(), (std::vector<uint32_t>{125000, 125000}));
+  const std::string sent = " (Count reported to Dovetel)", kept = " (Count not reported)";
+  std::vector<std::string> expected = {
+      "**************\nTotal signpost object count: 40",
+      "s/a:\t9" + sent, "s/b:\t7" + sent, "s/c:\t7" + sent, "s/d:\t5" + sent, "s/e:\t3" + sent,
+      "s/f:\t2" + kept, "r/x:\t2" + kept, "s/g:\t1" + kept, "r/y:\t1" + kept,
+      "Sleeping for 125000 us", "d/z:\t1" + kept, "w/q:\t1" + kept, "t/t:\t1" + kept,
+      "**************\nReported signpost object count: 3",
+      "r/x:\t2" + sent, "r/y:\t1" + sent,
+      "**************\nReported signpost event count: 2",
+      "r/x:\t2" + sent,
+      "**************\nSubsystem/category filtered signpost object count: 34",
+      "s/a:\t9" + sent, "s/b:\t7" + sent, "s/c:\t7" + sent, "s/d:\t5" + sent,
+      "Sleeping for 125000 us", "s/e:\t3" + sent, "s/f:\t2" + kept, "s/g:\t1" + kept,
+      "**************\nDuration filtered signpost object count: 1",
+      "d/z:\t1" + sent,
+      "**************\nString whitelist filtered signpost object count: 1",
+      "w/q:\t1" + sent,
+      // The duration is read after the last count event, so it holds both sleeps.
+      "Done processing 2 reported and 35 unreported events, 1 reported and 1 unreported "
+      "intervals and 0 reported and 1 unreported animations (34 blacklisted, 1 too short, 1 "
+      "whitelisted, 1 telemetry not enabled) from 0 log events in 0.25s between <111> and "
+      "<222>\n",
+      "Throttled 2 times for a total of 250000 usec"};
+  EXPECT_EQ(capture.log().messages(), expected);
+  EXPECT_EQ(*events.back().payload.find("ProcessingDurationInSeconds")->asNumber(),
+            Number::fromFloat(0.25f));
+}
+
+// Every counter of the summary differs from every other, so that a swapped
+// argument shows.
+std::shared_ptr<LumvaneObjectFilter> DistinctFilter() {
+  auto filter = LumvaneObjectFilter::_init();
+  Count(*filter, 1, Event, "s", "c", SignpostClassificationReported);
+  Count(*filter, 2, Interval, "s", "c", SignpostClassificationReported);
+  Count(*filter, 3, Animation, "s", "c", SignpostClassificationReported);
+  Count(*filter, 4, Event, "s", "c", SignpostClassificationFailedSCFilter);
+  Count(*filter, 5, Interval, "s", "c", SignpostClassificationDurationThreshold);
+  Count(*filter, 6, Animation, "s", "c", SignpostClassificationFailedStringWhitelist);
+  Count(*filter, 10, Event, "s", "c", SignpostClassificationTelemetryDisabled);
+  Count(*filter, 3, Interval, "s", "c", SignpostClassificationTelemetryDisabled);
+  Count(*filter, 7, Animation, "s", "c", SignpostClassificationTelemetryDisabled);
+  return filter;
+}
+
+TEST_F(RunStatisticsTest, StatisticsEventAndSummaryCarryEveryCounterInItsPlace) {
+  extractor_->setExtraLogEventCount(1000);
+  ASSERT_TRUE(extractor_->processLogArchiveWithPath(std::nullopt, Date{}, Date{}, nullptr));
+  auto filter = DistinctFilter();
+  for (bool interrupted : {true, false}) {
+    SCOPED_TRACE(interrupted);
+    ScopedLogCapture capture;
+    RunStatisticsInput input = Input(filter, interrupted);
+    clock_.advance(12'345'600'000);  // 12.3456 s
+    reporter_.reportRunStatistics(input);
+
+    const auto events = sink_->events();
+    ASSERT_FALSE(events.empty());
+    const Dictionary expected = {{"ProcessingDurationInSeconds", Number::fromFloat(12.3456f)},
+                                 {"LogObjectsProcessed", Number::fromUInt64(1000)},
+                                 {"AnimationsReported", Number::fromUInt64(3)},
+                                 {"IntervalsReported", Number::fromUInt64(2)},
+                                 {"EventsReported", Number::fromUInt64(1)},
+                                 {"AnimationsNotReported", Number::fromUInt64(13)},
+                                 {"IntervalsNotReported", Number::fromUInt64(8)},
+                                 {"EventsNotReported", Number::fromUInt64(14)},
+                                 {"WasInterrupted", Number::fromBool(interrupted)}};
+    EXPECT_EQ(events.back().name, kStats);
+    EXPECT_EQ(events.back().payload, expected) << Value(events.back().payload).description();
+
+    const auto messages = capture.log().messages();
+    ASSERT_FALSE(messages.empty());
+    EXPECT_EQ(messages.back(),
+              std::string("Done processing 1 reported and 14 unreported events, 2 reported and 8 "
+                          "unreported intervals and 3 reported and 13 unreported animations (4 "
+                          "blacklisted, 5 too short, 6 whitelisted, 20 telemetry not enabled) "
+                          "from 1000 log events in 12.35s between <111> and <222>") +
+                  (interrupted ? " (Interrupted by deferral)" : "") + "\n");
+    // Six one-key aggregations per run never fill a quantum: no sleep, no line.
+    EXPECT_TRUE(sleeper_.sleeps().empty());
+    clock_.advance(1'000'000'000);
+  }
+  EXPECT_EQ(formatCalls_, 4);
+  EXPECT_EQ(sink_->events().size(), 2u * (6 + 1));
+}
+
+TEST_F(RunStatisticsTest, WithoutDebugLoggingSendsTheSameEventsAndFormatsNoDate) {
+  ScopedLogCapture capture(LogLevel::Error);
+  reporter_.reportRunStatistics(Input(RankedFilter(), true));
+  EXPECT_EQ(sink_->events().size(), 16u);
+  EXPECT_EQ(sink_->events()[8].payload, CountPayload("s", "a", 9, "SubsystemCategoryFiltered"));
+  EXPECT_EQ(formatCalls_, 0);
+  EXPECT_TRUE(capture.log().messages().empty());
+  // The throttle still steps for every key.
+  EXPECT_EQ(throttle_.throttleCount(), 2u);
+}
+
+TEST_F(RunStatisticsTest, EmptyRunSendsOnlyTheStatisticsEvent) {
+  ScopedLogCapture capture;
+  FakeContinuousClock slowTicks(0, Timebase{125, 3});  // 125/3 ns per tick
+  RunStatisticsReporter reporter(slowTicks, throttle_, [](Date) { return std::string("-"); });
+  RunStatisticsInput input = Input(LumvaneObjectFilter::_init(), false);
+  input.runStart = slowTicks.now();
+  input.extractor = nullptr;
+  input.wasInterrupted = nullptr;
+  slowTicks.advance(300'000'000);  // 12.5 s
+  reporter.reportRunStatistics(input);
+
+  const auto events = sink_->events();
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].name, kStats);
+  EXPECT_EQ(*events[0].payload.find("ProcessingDurationInSeconds")->asNumber(),
+            Number::fromFloat(12.5f));
+  EXPECT_EQ(*events[0].payload.find("WasInterrupted")->asNumber(), Number::fromBool(false));
+  const auto messages = capture.log().messages();  // six headers and the summary
+  ASSERT_EQ(messages.size(), 7u);
+  EXPECT_EQ(messages[5], "**************\nString whitelist filtered signpost object count: 0");
+  EXPECT_NE(messages[6].find("from 0 log events in 12.50s between - and -\n"), std::string::npos);
+}
+
+TEST_F(RunStatisticsTest, KeyWithoutCategoryLeavesCategoryOut) {
+  ScopedLogCapture capture;
+  auto filter = LumvaneObjectFilter::_init();
+  Count(*filter, 1, Event, "s", std::nullopt, SignpostClassificationReported);
+  reporter_.reportRunStatistics(Input(filter, false));
+
+  const auto events = sink_->events();
+  ASSERT_EQ(events.size(), 4u);  // all inspected, reported, reported events, statistics
+  EXPECT_EQ(events[0].payload, (Dictionary{{"Subsystem", "s"},
+                                           {"Count", Number::fromUInt64(1)},
+                                           {"Classification", "AllInspected"}}));
+  EXPECT_EQ(capture.log().count("s/(null):\t1 (Count reported to Dovetel)"), 3u);
+}
+
+}  // namespace
+}  // namespace lumvane
