@@ -38,6 +38,7 @@ constexpr DumpedAggregation kDumped[] = {
 
 double secondsPerTickOf(const ContinuousClock& clock) {
   Timebase tb = clock.timebase();
+  if (tb.denominator == 0) tb = Timebase{};  // as the throttle does: a broken timebase is 1/1
   return static_cast<double>(tb.numerator) * 1e-9 / static_cast<double>(tb.denominator);
 }
 
