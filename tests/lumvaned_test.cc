@@ -128,9 +128,19 @@ TEST(LumvanedTest, ChecksInWithoutRunningWhenNotDueAndExitsCleanlyOnInterrupt) {
 
 TEST(LumvanedTest, OneShotChecksInRunsAndExitsByItself) {
   testing::TempDir dir;
+  // Not tasked on: the run's gate answers at once and the run ends before it
+  // would touch the machine-wide guard file.
+  ::mkdir(dir.file("dovetel").c_str(), 0755);
+  ::mkdir(dir.file("dovetel/configurations").c_str(), 0755);
+  testing::WriteFile(dir.file("dovetel/configurations/com.orvel.performance.lumvane_tasking.json"),
+                     "{\"TaskedOn\": 0}\n");
   Daemon daemon({}, Environment(dir, /*exitWhenClean=*/true));
   EXPECT_EQ(daemon.waitForExit(), 0) << daemon.output();
   EXPECT_NE(daemon.output().find("Checking in"), std::string::npos) << daemon.output();
+  EXPECT_NE(daemon.output().find("Not reporting based on not being tasked-on by Dovetel "
+                                 "('TaskedOn' is false)"),
+            std::string::npos)
+      << daemon.output();
   std::string record = testing::ReadFile(dir.file("state/activity-last-run"));
   ASSERT_FALSE(record.empty()) << "no completed run on record";
   EXPECT_NEAR(std::stoll(record), static_cast<long long>(std::time(nullptr)), 60);
