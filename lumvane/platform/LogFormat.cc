@@ -9,16 +9,16 @@ namespace {
 
 // snprintf into a std::string with one argument.
 template <typename T>
-void appendPrintf(std::string& out, const std::string& spec, T value) {
+void appendPrintf(std::string& out, const std::string& directive, T value) {
   char buf[128];
-  int n = std::snprintf(buf, sizeof buf, spec.c_str(), value);
+  int n = std::snprintf(buf, sizeof buf, directive.c_str(), value);
   if (n < 0) return;
   if (static_cast<size_t>(n) < sizeof buf) {
     out.append(buf, static_cast<size_t>(n));
     return;
   }
   std::string big(static_cast<size_t>(n) + 1, '\0');
-  std::snprintf(big.data(), big.size(), spec.c_str(), value);
+  std::snprintf(big.data(), big.size(), directive.c_str(), value);
   out.append(big.data(), static_cast<size_t>(n));
 }
 
@@ -55,18 +55,18 @@ std::string format(const char* fmt, const Arg* args, std::size_t count) {
       break;
     }
     const Arg* arg = next < count ? &args[next++] : nullptr;
-    const std::string spec = "%" + flagsWidth;
+    const std::string directive = "%" + flagsWidth;
     switch (conv) {
       case '@':
         out += (arg && arg->kind != Arg::Kind::Absent) ? arg->text : kNull;
         break;
       case 's':
-        appendPrintf(out, spec + "s",
+        appendPrintf(out, directive + "s",
                      (arg && arg->kind == Arg::Kind::Text) ? arg->text.c_str() : kNull);
         break;
       case 'd':
       case 'i':
-        appendPrintf(out, spec + "lld",
+        appendPrintf(out, directive + "lld",
                      arg ? (arg->kind == Arg::Kind::Double ? static_cast<long long>(arg->d) : arg->i)
                          : 0LL);
         break;
@@ -74,14 +74,14 @@ std::string format(const char* fmt, const Arg* args, std::size_t count) {
       case 'x':
       case 'X':
       case 'o':
-        appendPrintf(out, spec + "ll" + conv,
+        appendPrintf(out, directive + "ll" + conv,
                      arg ? (arg->kind == Arg::Kind::Double
                                 ? static_cast<unsigned long long>(static_cast<long long>(arg->d))
                                 : arg->u)
                          : 0ULL);
         break;
       case 'c':
-        appendPrintf(out, spec + "c", arg ? static_cast<int>(arg->i) : 0);
+        appendPrintf(out, directive + "c", arg ? static_cast<int>(arg->i) : 0);
         break;
       case 'f':
       case 'F':
@@ -97,7 +97,7 @@ std::string format(const char* fmt, const Arg* args, std::size_t count) {
               : arg->kind == Arg::Kind::Unsigned ? static_cast<double>(arg->u)
                                                  : static_cast<double>(arg->i);
         }
-        appendPrintf(out, spec + conv, d);
+        appendPrintf(out, directive + conv, d);
         break;
       }
       default:
