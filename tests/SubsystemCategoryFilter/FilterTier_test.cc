@@ -21,15 +21,8 @@ FilterQuery Q(Key s, Key c, Key n) { return FilterQuery::initWithSubsystem(s, c,
 uint64_t Label(const std::shared_ptr<LVDownsampleEntry>& entry) { return entry ? entry->cap() : 0; }
 
 TEST(FilterTierTest, LookupReturnsTheDeepestEntryOnThePath) {
-  struct Insert {
-    Key s, c, n;
-    uint64_t label;
-  };
-  struct Row {
-    std::vector<Insert> tree;
-    Key s, c, n;
-    uint64_t expected;
-  };
+  struct Insert { Key s, c, n; uint64_t label; };
+  struct Row { std::vector<Insert> tree; Key s, c, n; uint64_t expected; };
   const uint64_t A = 1, B = 2, R = 3;
   const std::vector<Row> rows = {
       {{{"S", kAbsent, kAbsent, A}}, "S", "C", "N", A},
@@ -80,9 +73,8 @@ TEST(FilterTierTest, ReinsertionReplacesAndZeroRatioDrops) {
 
   // Ratio 0 on a new path builds its tiers but changes no answer.
   root.setCap(4, 0, Q("U", "C", "N"));
-  ASSERT_EQ(root.childTiers()->count("U"), 1u);
+  EXPECT_EQ(root.childTiers()->count("U"), 1u);
   EXPECT_EQ(root.entryForQuery(Q("U", "C", "N")), nullptr);
-  EXPECT_EQ(root.childTiers()->size(), 2u);
 }
 
 TEST(FilterTierDeathTest, BaseOperationsStopTheProcess) {

@@ -29,32 +29,40 @@ TEST(LVBuiltInFilterTest, ConcurrentFirstRequestsGetOneFilter) {
   EXPECT_NE(seen[0], nullptr);
 }
 
-TEST(LVBuiltInFilterTest, OnlyArdenosAndBelvosHaveFilters) {
+TEST(LVBuiltInFilterTest, OnlyArdenosAndBelvosHaveFiltersWithTheirOwnRules) {
   for (uint32_t p : {0u, 3u, 4u, 5u, 6u, 0xffffffffu}) {
     EXPECT_EQ(LVBuiltInFilterForPlatform(static_cast<LVPlatform>(p)), nullptr) << p;
   }
   testing::ScopedLogCapture capture;
   auto ardenos = LVBuiltInFilterForPlatform(LVPlatformArdenos);
-  ASSERT_TRUE(ardenos);
-  EXPECT_NE(ardenos, LVBuiltInFilterForPlatform(LVPlatformBelvos));
+  auto belvos = LVBuiltInFilterForPlatform(LVPlatformBelvos);
+  ASSERT_TRUE(ardenos && belvos);
+  EXPECT_NE(ardenos, belvos);
+  const SignpostObject tallowmark = Object("com.orvel.velmarsh.quillary", "signpost", "Tallowmark");
   for (int i = 0; i < 1010; ++i) {
-    ASSERT_FALSE(ardenos->shouldReportObject(
-        Object("com.orvel.velmarsh.quillary", "signpost", "Tallowmark")));
+    ASSERT_FALSE(ardenos->shouldReportObject(tallowmark));
     ASSERT_TRUE(ardenos->shouldReportObject(
         Object("com.orvel.velmarsh.quillary", "signpost", "Other")));
   }
   EXPECT_TRUE(ardenos->shouldReportObject(Object("com.orvel.Lanternfield", "C", "N")));
   EXPECT_TRUE(capture.log().messages().empty());
-}
 
-TEST(LVBuiltInFilterTest, BelvosRulesAndSharedCounters) {
-  auto first = LVBuiltInFilterForPlatform(LVPlatformBelvos);
-  auto second = LVBuiltInFilterForPlatform(LVPlatformBelvos);
-  ASSERT_TRUE(first);
-  EXPECT_EQ(first, second);
+  // Belvos: these rules sit at the name level only.
+  const std::pair<SignpostObject, bool> rules[] = {
+      {tallowmark, false},
+      {Object("com.orvel.Pettimore.HighSeverity", "MurkwaterCondition", "HollowgateCondition"),
+       false},
+      {Object("com.orvel.Pettimore.MediumSeverity", "EmberlockCondition", "FennrowBatchIndex"),
+       false},
+      {Object("com.orvel.Pettimore.HighSeverity", "MurkwaterCondition", std::nullopt), true},
+      {Object("com.orvel.velmarsh.quillary", "signpost", "tallowmark"), true}};
+  for (const auto& [object, reported] : rules) {
+    EXPECT_EQ(belvos->shouldReportObject(object), reported) << object.name().value_or("-");
+  }
 
+  // Every holder shares the Lanternfield entry: cap 500, one in 503.
   const SignpostObject lantern = Object("com.orvel.Lanternfield", "any", std::nullopt);
-  auto entry = first->downsampleEntryForObject(lantern);
+  auto entry = belvos->downsampleEntryForObject(lantern);
   ASSERT_TRUE(entry);
   EXPECT_EQ(entry->cap(), 500u);
   EXPECT_EQ(entry->downsampleRatio(), 503u);
@@ -62,23 +70,12 @@ TEST(LVBuiltInFilterTest, BelvosRulesAndSharedCounters) {
   // same process may have counted already, so start from fresh counters.
   entry->setEventsSeen(0);
   entry->setEventsReported(0);
-  for (int i = 1; i <= 502; ++i) ASSERT_FALSE(first->shouldReportObject(lantern)) << i;
-  EXPECT_TRUE(first->shouldReportObject(lantern));
-  // The other holder's object is number 504 of the same entry.
-  EXPECT_FALSE(second->shouldReportObject(Object("com.orvel.Lanternfield", "x", "y")));
+  for (int i = 1; i <= 502; ++i) ASSERT_FALSE(belvos->shouldReportObject(lantern)) << i;
+  EXPECT_TRUE(belvos->shouldReportObject(lantern));
+  // Another holder's object is number 504 of the same entry.
+  EXPECT_FALSE(LVBuiltInFilterForPlatform(LVPlatformBelvos)->shouldReportObject(
+      Object("com.orvel.Lanternfield", "x", "y")));
   EXPECT_EQ(entry->eventsSeen(), 504u);
-
-  EXPECT_FALSE(first->shouldReportObject(
-      Object("com.orvel.velmarsh.quillary", "signpost", "Tallowmark")));
-  EXPECT_FALSE(first->shouldReportObject(
-      Object("com.orvel.Pettimore.HighSeverity", "MurkwaterCondition", "HollowgateCondition")));
-  EXPECT_FALSE(first->shouldReportObject(
-      Object("com.orvel.Pettimore.MediumSeverity", "EmberlockCondition", "FennrowBatchIndex")));
-  // These rules sit at the name level only.
-  EXPECT_TRUE(first->shouldReportObject(
-      Object("com.orvel.Pettimore.HighSeverity", "MurkwaterCondition", std::nullopt)));
-  EXPECT_TRUE(first->shouldReportObject(
-      Object("com.orvel.velmarsh.quillary", "signpost", "tallowmark")));
 }
 
 }  // namespace

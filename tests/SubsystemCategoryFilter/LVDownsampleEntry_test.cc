@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "tests/support/TestSupport.h"
@@ -19,30 +20,23 @@ std::vector<uint64_t> PassingCalls(LVDownsampleEntry& entry, uint64_t calls) {
 }
 
 TEST(LVDownsampleEntryTest, CapIsTestedBeforeRatioAndEveryCallCounts) {
-  auto capped = LVDownsampleEntry::initWithCap(5, 1);
-  ASSERT_TRUE(capped);
-  EXPECT_EQ(PassingCalls(*capped, 8), (std::vector<uint64_t>{1, 2, 3, 4, 5}));
-  EXPECT_EQ(capped->eventsSeen(), 8u);
-  EXPECT_EQ(capped->eventsReported(), 5u);
-
-  auto closed = LVDownsampleEntry::initWithCap(0, 1);
-  EXPECT_TRUE(PassingCalls(*closed, 4).empty());
-  EXPECT_EQ(closed->eventsSeen(), 4u);
-  EXPECT_EQ(closed->eventsReported(), 0u);
-
   // Once the cap is reached, a multiple of the ratio still fails: the count
   // keeps going but nothing more is reported.
-  auto two = LVDownsampleEntry::initWithCap(2, 3);
-  EXPECT_EQ(PassingCalls(*two, 12), (std::vector<uint64_t>{3, 6}));
-  EXPECT_EQ(two->eventsSeen(), 12u);
+  const std::vector<std::tuple<uint64_t, uint64_t, uint64_t, std::vector<uint64_t>>> rows = {
+      {5, 1, 8, {1, 2, 3, 4, 5}}, {0, 1, 4, {}}, {2, 3, 12, {3, 6}}};
+  for (const auto& [cap, ratio, calls, passing] : rows) {
+    auto entry = LVDownsampleEntry::initWithCap(cap, ratio);
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(PassingCalls(*entry, calls), passing) << cap << "/" << ratio;
+    EXPECT_EQ(entry->eventsSeen(), calls);
+    EXPECT_EQ(entry->eventsReported(), passing.size());
+  }
   // Lowering the reported count reopens the entry at the next multiple only.
+  auto two = LVDownsampleEntry::initWithCap(2, 3);
+  PassingCalls(*two, 12);
   two->setEventsReported(1);
-  EXPECT_FALSE(two->shouldReportThisTime());  // call 13
-  EXPECT_FALSE(two->shouldReportThisTime());  // call 14
-  EXPECT_TRUE(two->shouldReportThisTime());   // call 15
+  EXPECT_EQ(PassingCalls(*two, 3), std::vector<uint64_t>{3});  // calls 13, 14, 15
   EXPECT_EQ(two->eventsReported(), 2u);
-  EXPECT_EQ(two->cap(), 2u);
-  EXPECT_EQ(two->downsampleRatio(), 3u);
 }
 
 TEST(LVDownsampleEntryTest, ZeroRatioIsRefusedWithOneMessagePerAttempt) {

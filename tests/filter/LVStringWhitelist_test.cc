@@ -7,7 +7,6 @@
 #include <set>
 
 #include "lumvane/filter/LVStringLists.h"
-#include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/signpost/SignpostObject.h"
 #include "tests/support/TestSupport.h"
 
@@ -43,22 +42,10 @@ TEST(LVStringListsTest, CountsGivenEntriesAndNoOverlap) {
     }
   }
 
-  EXPECT_EQ(Entries(LVSharedStringValues()), (Strings{"Root", "Ext"}));
-  EXPECT_EQ(Entries(LVCalendarViewNames()),
-            (Strings{"day", "week", "month", "year", "list", "unknown"}));
-  EXPECT_EQ(Entries(LVSizeNames()), (Strings{"small", "medium", "large", "none"}));
-  EXPECT_EQ(Entries(LVGenerationSourceNames()),
-            (Strings{"generationContext", "file", "generator", "cache"}));
+  // Structure the lists are built from, beyond their counts.
   Strings tokens = Entries(LVFilesystemAndIndexScanTokens());
   for (int i = 4; i < 6; ++i) EXPECT_EQ(tokens[i], "rootFS" + tokens[i - 4]);
   for (int i = 6; i < 10; ++i) EXPECT_EQ(tokens[i], "networkFS" + tokens[i - 6]);
-  EXPECT_EQ(Strings(tokens.begin() + 2, tokens.begin() + 4), (Strings{"fmtMSDOS", "fmtOTHER"}));
-  EXPECT_EQ(Strings(tokens.begin() + 10, tokens.end()),
-            (Strings{"Unknown", "ScanAvoided", "ScanShutdown", "ScanLastMountError", "ScanMount",
-                     "ScanMountError", "ScanShadow", "FullScanNew", "FullScanBrokenIndex",
-                     "FullScanReindexNoVersion", "FullScanReindexVersionMismatch",
-                     "FullScanUUIDMismatch", "FullScanBadBaseTime", "FullScanNoInitialScan",
-                     "Failure"}));
   Strings camera = {"CameraLaunchIconTouch", "CameraLaunchWithoutPrewarm", "StillImageCaptureNow",
                     "modeChange"};
   for (int n = 0; n < 24; ++n) {
@@ -94,30 +81,17 @@ TEST(LVStringWhitelistTest, SetSizesAndTheirMessages) {
   EXPECT_EQ(LVPerfLoggingString2Whitelist().size(), 69u);
 }
 
-class StringFilterTest : public ::testing::Test {
- protected:
-  void SetUp() override { previous_ = ExchangeInternalDiagnosticsCheck(check_); }
-  void TearDown() override { ExchangeInternalDiagnosticsCheck(previous_); }
+bool Passes(LVPlatform platform, Opt n1, Opt v1, Opt n2 = {}, Opt v2 = {}, bool perfOp = false) {
+  SignpostObjectProperties p;
+  p.subsystem = perfOp ? "com.orvel.Brackenfold" : "com.orvel.test";
+  p.category = perfOp ? "PerfLogging" : "cat";
+  p.name = perfOp ? "PerfLoggingOperation" : "op";
+  p.string1Name = n1, p.string1Value = v1, p.string2Name = n2, p.string2Value = v2;
+  return LVObjectPassesStringFilter(SignpostObject(p), platform);
+}
 
-  static bool Passes(LVPlatform platform, Opt n1, Opt v1, Opt n2 = {}, Opt v2 = {},
-                     bool perfOp = false) {
-    SignpostObjectProperties p;
-    p.subsystem = perfOp ? "com.orvel.Brackenfold" : "com.orvel.test";
-    p.category = perfOp ? "PerfLogging" : "cat";
-    p.name = perfOp ? "PerfLoggingOperation" : "op";
-    p.string1Name = n1;
-    p.string1Value = v1;
-    p.string2Name = n2;
-    p.string2Value = v2;
-    return LVObjectPassesStringFilter(SignpostObject(p), platform);
-  }
-
-  std::shared_ptr<FakeInternalDiagnosticsCheck> check_ =
-      std::make_shared<FakeInternalDiagnosticsCheck>(false);
-  std::shared_ptr<InternalDiagnosticsCheck> previous_;
-};
-
-TEST_F(StringFilterTest, NamedArgumentsAreCheckedAgainstThePlatformSet) {
+TEST(StringFilterTest, NamedArgumentsAreCheckedAgainstThePlatformSet) {
+  testing::ScopedInternalDiagnostics diagnostics(false);
   for (uint32_t p : {0u, 1u, 2u, 3u, 4u, 5u, 9u}) {  // unnamed values are never looked at
     EXPECT_TRUE(Passes(static_cast<LVPlatform>(p), {}, "secret", {}, "x"));
   }
@@ -145,7 +119,8 @@ TEST_F(StringFilterTest, NamedArgumentsAreCheckedAgainstThePlatformSet) {
   EXPECT_EQ(capture.log().count("Defaulting to using string whitelist"), 1u);
 }
 
-TEST_F(StringFilterTest, InternalDiagnosticsSwitchAndPerformanceLoggingOperation) {
+TEST(StringFilterTest, InternalDiagnosticsSwitchAndPerformanceLoggingOperation) {
+  testing::ScopedInternalDiagnostics diagnostics(false);
   const auto ardenos = LVPlatformArdenos, belvos = LVPlatformBelvos;
   EXPECT_TRUE(Passes(ardenos, "e", "OrvTileView", "a", "Close", true));
   EXPECT_TRUE(Passes(ardenos, {}, "OrvTileView", {}, "Close", true));
@@ -156,15 +131,15 @@ TEST_F(StringFilterTest, InternalDiagnosticsSwitchAndPerformanceLoggingOperation
   EXPECT_TRUE(Passes(belvos, {}, "OrvTileView", {}, {}, true));
   EXPECT_FALSE(Passes(belvos, "e", "OrvTileView", "a", "Close", true));
 
-  check_->setAnswer(true);
+  diagnostics.check().setAnswer(true);
   testing::ScopedLogCapture capture;
-  const int before = check_->calls();
+  const int before = diagnostics.check().calls();
   EXPECT_TRUE(Passes(LVPlatformElmos, "k", "anything"));
   EXPECT_TRUE(Passes(belvos, "e", "OrvTileView", "a", "Close", true));
   EXPECT_FALSE(Passes(ardenos, {}, "OrvTileView", {}, {}, true));
   EXPECT_FALSE(Passes(ardenos, "e", "Close", "a", "OrvTileView", true));
   // Asked (and logged) for every object that gets past the special case.
-  EXPECT_EQ(check_->calls() - before, 2);
+  EXPECT_EQ(diagnostics.check().calls() - before, 2);
   EXPECT_EQ(capture.log().count("Not using string whitelist due to os_variant"), 2u);
 }
 

@@ -43,4 +43,12 @@ std::string ReadFile(const std::string& path) {
   return s.str();
 }
 
+ScopedInternalDiagnostics::ScopedInternalDiagnostics(bool answer)
+    : fake_(std::make_shared<FakeInternalDiagnosticsCheck>(answer)),
+      previous_(ExchangeInternalDiagnosticsCheck(fake_)) {}
+
+ScopedInternalDiagnostics::~ScopedInternalDiagnostics() {
+  ExchangeInternalDiagnosticsCheck(previous_);
+}
+
 }  // namespace lumvane::testing

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/platform/RecordingLogBackend.h"
 
 namespace lumvane::testing {
@@ -43,5 +44,22 @@ class TempDir final {
 // Writes `contents` to `path`, replacing it; fails the current test on error.
 void WriteFile(const std::string& path, const std::string& contents);
 std::string ReadFile(const std::string& path);
+
+// Puts a FakeInternalDiagnosticsCheck answering `answer` in place of the
+// process-wide internal-diagnostics check for the lifetime of the object,
+// then restores the previous check.
+class ScopedInternalDiagnostics final {
+ public:
+  explicit ScopedInternalDiagnostics(bool answer = false);
+  ~ScopedInternalDiagnostics();
+  ScopedInternalDiagnostics(const ScopedInternalDiagnostics&) = delete;
+  ScopedInternalDiagnostics& operator=(const ScopedInternalDiagnostics&) = delete;
+
+  FakeInternalDiagnosticsCheck& check() { return *fake_; }
+
+ private:
+  std::shared_ptr<FakeInternalDiagnosticsCheck> fake_;
+  std::shared_ptr<InternalDiagnosticsCheck> previous_;
+};
 
 }  // namespace lumvane::testing

@@ -36,10 +36,8 @@ void Count(LumvaneObjectFilter& filter, int n, Kind kind, const char* subsystem,
 
 Dictionary CountPayload(const char* subsystem, const char* category, uint64_t count,
                         const char* classification) {
-  return {{"Subsystem", subsystem},
-          {"Category", category},
-          {"Count", Number::fromUInt64(count)},
-          {"Classification", classification}};
+  return {{"Subsystem", subsystem}, {"Category", category},
+          {"Count", Number::fromUInt64(count)}, {"Classification", classification}};
 }
 
 // The events of one run: a recording sink swapped in, a throttle whose sleeps
@@ -74,15 +72,16 @@ class RunStatisticsTest : public ::testing::Test {
                                   }};
 };
 
+const std::pair<const char*, int> kRanked[] = {{"a", 9}, {"b", 7}, {"c", 7}, {"d", 5},
+                                               {"e", 3}, {"f", 2}, {"g", 1}};
+
 // Seven subsystem/category-filtered keys of counts 9,7,7,5,3,2,1 and one key
 // in each other dumped aggregation (plus one telemetry-disabled key, which is
 // inspected but not dumped).
 std::shared_ptr<LumvaneObjectFilter> RankedFilter() {
   auto filter = LumvaneObjectFilter::_init();
-  const char* categories[] = {"a", "b", "c", "d", "e", "f", "g"};
-  const int counts[] = {9, 7, 7, 5, 3, 2, 1};
-  for (int i = 0; i < 7; ++i) {
-    Count(*filter, counts[i], Event, "s", categories[i], SignpostClassificationFailedSCFilter);
+  for (auto [category, n] : kRanked) {
+    Count(*filter, n, Event, "s", category, SignpostClassificationFailedSCFilter);
   }
   Count(*filter, 2, Event, "r", "x", SignpostClassificationReported);
   Count(*filter, 1, Interval, "r", "y", SignpostClassificationReported);
@@ -96,18 +95,20 @@ TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) 
   ScopedLogCapture capture;
   reporter_.reportRunStatistics(Input(RankedFilter(), false));
 
-  const std::vector<Dictionary> counts = {
-      CountPayload("s", "a", 9, "AllInspected"), CountPayload("s", "b", 7, "AllInspected"),
-      CountPayload("s", "c", 7, "AllInspected"), CountPayload("s", "d", 5, "AllInspected"),
-      CountPayload("s", "e", 3, "AllInspected"), CountPayload("r", "x", 2, "Reported"),
-      CountPayload("r", "y", 1, "Reported"),     CountPayload("r", "x", 2, "ReportedEvents"),
-      CountPayload("s", "a", 9, "SubsystemCategoryFiltered"),
-      CountPayload("s", "b", 7, "SubsystemCategoryFiltered"),
-      CountPayload("s", "c", 7, "SubsystemCategoryFiltered"),
-      CountPayload("s", "d", 5, "SubsystemCategoryFiltered"),
-      CountPayload("s", "e", 3, "SubsystemCategoryFiltered"),
-      CountPayload("d", "z", 1, "DurationThresholdFiltered"),
-      CountPayload("w", "q", 1, "StringWhitelistFiltered")};
+  // The five highest keys only, in count order, ties in first-seen order.
+  std::vector<Dictionary> counts;
+  for (int i = 0; i < 5; ++i) {
+    counts.push_back(CountPayload("s", kRanked[i].first, kRanked[i].second, "AllInspected"));
+  }
+  counts.push_back(CountPayload("r", "x", 2, "Reported"));
+  counts.push_back(CountPayload("r", "y", 1, "Reported"));
+  counts.push_back(CountPayload("r", "x", 2, "ReportedEvents"));
+  for (int i = 0; i < 5; ++i) {
+    counts.push_back(
+        CountPayload("s", kRanked[i].first, kRanked[i].second, "SubsystemCategoryFiltered"));
+  }
+  counts.push_back(CountPayload("d", "z", 1, "DurationThresholdFiltered"));
+  counts.push_back(CountPayload("w", "q", 1, "StringWhitelistFiltered"));
   const auto events = sink_->events();
   ASSERT_EQ(events.size(), counts.size() + 1);
   for (std::size_t i = 0; i < counts.size(); ++i) {
@@ -120,22 +121,19 @@ TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) 
   // the 10th and the 20th step sleep a whole quantum, before that key's line.
   EXPECT_EQ(sleeper_.sleeps(), (std::vector<uint32_t>{125000, 125000}));
   const std::string sent = " (Count reported to Dovetel)", kept = " (Count not reported)";
+  const std::string bar = "**************\n";
   std::vector<std::string> expected = {
-      "**************\nTotal signpost object count: 40",
+      bar + "Total signpost object count: 40",
       "s/a:\t9" + sent, "s/b:\t7" + sent, "s/c:\t7" + sent, "s/d:\t5" + sent, "s/e:\t3" + sent,
       "s/f:\t2" + kept, "r/x:\t2" + kept, "s/g:\t1" + kept, "r/y:\t1" + kept,
       "Sleeping for 125000 us", "d/z:\t1" + kept, "w/q:\t1" + kept, "t/t:\t1" + kept,
-      "**************\nReported signpost object count: 3",
-      "r/x:\t2" + sent, "r/y:\t1" + sent,
-      "**************\nReported signpost event count: 2",
-      "r/x:\t2" + sent,
-      "**************\nSubsystem/category filtered signpost object count: 34",
+      bar + "Reported signpost object count: 3", "r/x:\t2" + sent, "r/y:\t1" + sent,
+      bar + "Reported signpost event count: 2", "r/x:\t2" + sent,
+      bar + "Subsystem/category filtered signpost object count: 34",
       "s/a:\t9" + sent, "s/b:\t7" + sent, "s/c:\t7" + sent, "s/d:\t5" + sent,
       "Sleeping for 125000 us", "s/e:\t3" + sent, "s/f:\t2" + kept, "s/g:\t1" + kept,
-      "**************\nDuration filtered signpost object count: 1",
-      "d/z:\t1" + sent,
-      "**************\nString whitelist filtered signpost object count: 1",
-      "w/q:\t1" + sent,
+      bar + "Duration filtered signpost object count: 1", "d/z:\t1" + sent,
+      bar + "String whitelist filtered signpost object count: 1", "w/q:\t1" + sent,
       // The duration is read after the last count event, so it holds both sleeps.
       "Done processing 2 reported and 35 unreported events, 1 reported and 1 unreported "
       "intervals and 0 reported and 1 unreported animations (34 blacklisted, 1 too short, 1 "
@@ -166,42 +164,32 @@ std::shared_ptr<LumvaneObjectFilter> DistinctFilter() {
 TEST_F(RunStatisticsTest, StatisticsEventAndSummaryCarryEveryCounterInItsPlace) {
   extractor_->setExtraLogEventCount(1000);
   ASSERT_TRUE(extractor_->processLogArchiveWithPath(std::nullopt, Date{}, Date{}, nullptr));
-  auto filter = DistinctFilter();
-  for (bool interrupted : {true, false}) {
-    SCOPED_TRACE(interrupted);
-    ScopedLogCapture capture;
-    RunStatisticsInput input = Input(filter, interrupted);
-    clock_.advance(12'345'600'000);  // 12.3456 s
-    reporter_.reportRunStatistics(input);
+  ScopedLogCapture capture;
+  RunStatisticsInput input = Input(DistinctFilter(), true);
+  clock_.advance(12'345'600'000);  // 12.3456 s after a run start that is not 0
+  reporter_.reportRunStatistics(input);
 
-    const auto events = sink_->events();
-    ASSERT_FALSE(events.empty());
-    const Dictionary expected = {{"ProcessingDurationInSeconds", Number::fromFloat(12.3456f)},
-                                 {"LogObjectsProcessed", Number::fromUInt64(1000)},
-                                 {"AnimationsReported", Number::fromUInt64(3)},
-                                 {"IntervalsReported", Number::fromUInt64(2)},
-                                 {"EventsReported", Number::fromUInt64(1)},
-                                 {"AnimationsNotReported", Number::fromUInt64(13)},
-                                 {"IntervalsNotReported", Number::fromUInt64(8)},
-                                 {"EventsNotReported", Number::fromUInt64(14)},
-                                 {"WasInterrupted", Number::fromBool(interrupted)}};
-    EXPECT_EQ(events.back().name, kStats);
-    EXPECT_EQ(events.back().payload, expected) << Value(events.back().payload).description();
-
-    const auto messages = capture.log().messages();
-    ASSERT_FALSE(messages.empty());
-    EXPECT_EQ(messages.back(),
-              std::string("Done processing 1 reported and 14 unreported events, 2 reported and 8 "
-                          "unreported intervals and 3 reported and 13 unreported animations (4 "
-                          "blacklisted, 5 too short, 6 whitelisted, 20 telemetry not enabled) "
-                          "from 1000 log events in 12.35s between <111> and <222>") +
-                  (interrupted ? " (Interrupted by deferral)" : "") + "\n");
-    // Six one-key aggregations per run never fill a quantum: no sleep, no line.
-    EXPECT_TRUE(sleeper_.sleeps().empty());
-    clock_.advance(1'000'000'000);
-  }
-  EXPECT_EQ(formatCalls_, 4);
-  EXPECT_EQ(sink_->events().size(), 2u * (6 + 1));
+  const auto events = sink_->events();
+  ASSERT_EQ(events.size(), 6u + 1);  // one key in each dumped aggregation
+  const Dictionary expected = {{"ProcessingDurationInSeconds", Number::fromFloat(12.3456f)},
+                               {"LogObjectsProcessed", Number::fromUInt64(1000)},
+                               {"AnimationsReported", Number::fromUInt64(3)},
+                               {"IntervalsReported", Number::fromUInt64(2)},
+                               {"EventsReported", Number::fromUInt64(1)},
+                               {"AnimationsNotReported", Number::fromUInt64(13)},
+                               {"IntervalsNotReported", Number::fromUInt64(8)},
+                               {"EventsNotReported", Number::fromUInt64(14)},
+                               {"WasInterrupted", Number::fromBool(true)}};
+  EXPECT_EQ(events.back().name, kStats);
+  EXPECT_EQ(events.back().payload, expected) << Value(events.back().payload).description();
+  // Six one-key aggregations never fill a quantum: no sleep, no throttle line.
+  EXPECT_TRUE(sleeper_.sleeps().empty());
+  EXPECT_EQ(capture.log().messages().back(),
+            "Done processing 1 reported and 14 unreported events, 2 reported and 8 unreported "
+            "intervals and 3 reported and 13 unreported animations (4 blacklisted, 5 too short, "
+            "6 whitelisted, 20 telemetry not enabled) from 1000 log events in 12.35s between <111> "
+            "and <222> (Interrupted by deferral)\n");
+  EXPECT_EQ(formatCalls_, 2);
 }
 
 TEST_F(RunStatisticsTest, WithoutDebugLoggingSendsTheSameEventsAndFormatsNoDate) {
@@ -215,11 +203,15 @@ TEST_F(RunStatisticsTest, WithoutDebugLoggingSendsTheSameEventsAndFormatsNoDate)
   EXPECT_EQ(throttle_.throttleCount(), 2u);
 }
 
-TEST_F(RunStatisticsTest, EmptyRunSendsOnlyTheStatisticsEvent) {
+// Empty aggregations send nothing; a key without category leaves "Category"
+// out; absent extractor and interruption flag read as none and false.
+TEST_F(RunStatisticsTest, SparseRunWithoutExtractorOnAnotherTimebase) {
   ScopedLogCapture capture;
   FakeContinuousClock slowTicks(0, Timebase{125, 3});  // 125/3 ns per tick
   RunStatisticsReporter reporter(slowTicks, throttle_, [](Date) { return std::string("-"); });
-  RunStatisticsInput input = Input(LumvaneObjectFilter::_init(), false);
+  auto filter = LumvaneObjectFilter::_init();
+  Count(*filter, 1, Interval, "s", std::nullopt, SignpostClassificationReported);
+  RunStatisticsInput input = Input(filter, false);
   input.runStart = slowTicks.now();
   input.extractor = nullptr;
   input.wasInterrupted = nullptr;
@@ -227,29 +219,19 @@ TEST_F(RunStatisticsTest, EmptyRunSendsOnlyTheStatisticsEvent) {
   reporter.reportRunStatistics(input);
 
   const auto events = sink_->events();
-  ASSERT_EQ(events.size(), 1u);
-  EXPECT_EQ(events[0].name, kStats);
-  EXPECT_EQ(*events[0].payload.find("ProcessingDurationInSeconds")->asNumber(),
-            Number::fromFloat(12.5f));
-  EXPECT_EQ(*events[0].payload.find("WasInterrupted")->asNumber(), Number::fromBool(false));
-  const auto messages = capture.log().messages();  // six headers and the summary
-  ASSERT_EQ(messages.size(), 7u);
-  EXPECT_EQ(messages[5], "**************\nString whitelist filtered signpost object count: 0");
-  EXPECT_NE(messages[6].find("from 0 log events in 12.50s between - and -\n"), std::string::npos);
-}
-
-TEST_F(RunStatisticsTest, KeyWithoutCategoryLeavesCategoryOut) {
-  ScopedLogCapture capture;
-  auto filter = LumvaneObjectFilter::_init();
-  Count(*filter, 1, Event, "s", std::nullopt, SignpostClassificationReported);
-  reporter_.reportRunStatistics(Input(filter, false));
-
-  const auto events = sink_->events();
-  ASSERT_EQ(events.size(), 4u);  // all inspected, reported, reported events, statistics
+  ASSERT_EQ(events.size(), 3u);  // all inspected, reported, statistics
   EXPECT_EQ(events[0].payload, (Dictionary{{"Subsystem", "s"},
                                            {"Count", Number::fromUInt64(1)},
                                            {"Classification", "AllInspected"}}));
-  EXPECT_EQ(capture.log().count("s/(null):\t1 (Count reported to Dovetel)"), 3u);
+  EXPECT_EQ(events[2].name, kStats);
+  EXPECT_EQ(*events[2].payload.find("ProcessingDurationInSeconds")->asNumber(),
+            Number::fromFloat(12.5f));
+  EXPECT_EQ(*events[2].payload.find("WasInterrupted")->asNumber(), Number::fromBool(false));
+  const auto messages = capture.log().messages();  // six headers, two keys, the summary
+  ASSERT_EQ(messages.size(), 9u);
+  EXPECT_EQ(capture.log().count("s/(null):\t1 (Count reported to Dovetel)"), 2u);
+  EXPECT_EQ(messages[7], "**************\nString whitelist filtered signpost object count: 0");
+  EXPECT_NE(messages[8].find("from 0 log events in 12.50s between - and -\n"), std::string::npos);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/platform/ScriptedConfigurationObserver.h"
 #include "tests/support/TestSupport.h"
 
@@ -17,27 +16,26 @@ using Delivery = ScriptedConfigurationObserver::Delivery;
 using std::chrono::milliseconds;
 
 const std::string kType = kTaskingConfigurationType;
+const std::string kTimeoutLine =
+    "Not reporting based on not being tasked-on by Dovetel (Timeout waiting for config)";
 
 class TaskingGateTest : public ::testing::Test {
  protected:
-  void SetUp() override { previous_ = ExchangeInternalDiagnosticsCheck(diagnostics_); }
-  void TearDown() override { ExchangeInternalDiagnosticsCheck(previous_); }
-
-  // Runs the gate against an observer scripted with `deliveries`.
-  bool runGate(std::vector<Delivery> deliveries, bool settle, milliseconds timeout) {
+  // Runs the gate against an observer scripted with `deliveries`, waiting
+  // `timeout` if given, else as long as the gate does by default.
+  bool runGate(std::vector<Delivery> deliveries, bool settle = false,
+               std::optional<milliseconds> timeout = std::nullopt) {
     observer_ = std::make_shared<ScriptedConfigurationObserver>(std::move(deliveries), settle);
     TaskingGateOptions options;
     options.makeObserver = [this] {
       ++observersMade_;
       return observer_;
     };
-    options.timeout = timeout;
+    if (timeout) options.timeout = *timeout;
     return shouldReportTelemetry(options);
   }
 
-  std::shared_ptr<FakeInternalDiagnosticsCheck> diagnostics_ =
-      std::make_shared<FakeInternalDiagnosticsCheck>(false);
-  std::shared_ptr<InternalDiagnosticsCheck> previous_;
+  testing::ScopedInternalDiagnostics diagnostics_{false};
   std::shared_ptr<ScriptedConfigurationObserver> observer_;
   int observersMade_ = 0;
   testing::ScopedLogCapture capture_;
@@ -71,7 +69,7 @@ TEST_F(TaskingGateTest, EachConfigurationOutcomeHasItsVerdictAndLine) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.line);
     capture_.log().clear();
-    EXPECT_EQ(runGate({{c.configuration, c.type}}, false, milliseconds(5000)), c.expected);
+    EXPECT_EQ(runGate({{c.configuration, c.type}}), c.expected);
     EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{c.line});
     EXPECT_EQ(observer_->observedTypes(), std::vector<std::string>{kType});
   }
@@ -79,10 +77,10 @@ TEST_F(TaskingGateTest, EachConfigurationOutcomeHasItsVerdictAndLine) {
 }
 
 TEST_F(TaskingGateTest, InternalDiagnosticsAnswersYesWithoutAnObserver) {
-  diagnostics_->setAnswer(true);
-  EXPECT_TRUE(runGate({}, false, milliseconds(1)));
+  diagnostics_.check().setAnswer(true);
+  EXPECT_TRUE(runGate({}));
   EXPECT_EQ(observersMade_, 0);
-  EXPECT_EQ(diagnostics_->calls(), 1);
+  EXPECT_EQ(diagnostics_.check().calls(), 1);
   EXPECT_EQ(capture_.log().messages(),
             std::vector<std::string>{"Reporting based on os_variant result"});
 }
@@ -90,36 +88,29 @@ TEST_F(TaskingGateTest, InternalDiagnosticsAnswersYesWithoutAnObserver) {
 TEST_F(TaskingGateTest, LastOfSeveralDeliveriesWins) {
   const Value on(Dictionary{{"TaskedOn", Number::fromInt64(1)}});
   const Value off(Dictionary{{"TaskedOn", Number::fromInt64(0)}});
-  EXPECT_FALSE(runGate({{on, kType}, {off, kType}}, true, milliseconds(5000)));
-  EXPECT_TRUE(runGate({{off, kType}, {on, kType}}, true, milliseconds(5000)));
+  EXPECT_FALSE(runGate({{on, kType}, {off, kType}}, true));
+  EXPECT_TRUE(runGate({{off, kType}, {on, kType}}, true));
   EXPECT_EQ(capture_.log().count("Reporting based on being tasked-on by Dovetel"), 2u);
 }
 
 TEST_F(TaskingGateTest, LateDeliveryOnlyUpdatesTheSharedVerdict) {
   EXPECT_FALSE(runGate({}, false, milliseconds(20)));
-  const std::string timeoutLine =
-      "Not reporting based on not being tasked-on by Dovetel (Timeout waiting for config)";
-  EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{timeoutLine});
+  EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{kTimeoutLine});
   // The gate has returned and let go of everything; the delivery still
   // reaches the delegate and its shared verdict (ASan watches the access).
   observer_->deliverNow(Value(Dictionary{{"TaskedOn", Number::fromInt64(1)}}), kType);
   observer_->settle();
   EXPECT_EQ(capture_.log().messages(),
-            (std::vector<std::string>{timeoutLine, "Reporting based on being tasked-on by Dovetel"}));
+            (std::vector<std::string>{kTimeoutLine, "Reporting based on being tasked-on by Dovetel"}));
 }
 
 TEST_F(TaskingGateTest, SilentServiceTimesOutAfterFiveSeconds) {
-  auto silent = std::make_shared<ScriptedConfigurationObserver>();
-  TaskingGateOptions options;
-  options.makeObserver = [silent] { return silent; };
   auto start = std::chrono::steady_clock::now();
-  EXPECT_FALSE(isTaskedOnByDovetel(options));
+  EXPECT_FALSE(runGate({}));
   auto waited = std::chrono::steady_clock::now() - start;
   EXPECT_GE(waited, milliseconds(5000));
   EXPECT_LT(waited, milliseconds(30000));
-  EXPECT_EQ(capture_.log().count(
-                "Not reporting based on not being tasked-on by Dovetel (Timeout waiting for config)"),
-            1u);
+  EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{kTimeoutLine});
 }
 
 }  // namespace
