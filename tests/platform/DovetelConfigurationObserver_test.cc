@@ -13,6 +13,8 @@
 namespace lumvane {
 namespace {
 
+using Deliveries = std::vector<std::pair<std::optional<Value>, std::string>>;
+
 class RecordingDelegate final : public DovetelConfigurationObserverDelegate {
  public:
   void observer(const std::weak_ptr<DovetelConfigurationObserver>& observer,
@@ -25,7 +27,7 @@ class RecordingDelegate final : public DovetelConfigurationObserverDelegate {
     arrived.signal();
   }
   std::mutex mu_;
-  std::vector<std::pair<std::optional<Value>, std::string>> deliveries;
+  Deliveries deliveries;
   bool observerAlive = false;
   CountingSemaphore arrived;
 };
@@ -52,7 +54,6 @@ TEST(DovetelConfigurationObserverTest, DeliversFileContentsAndChanges) {
   queue->sync([] {});
   {
     std::lock_guard<std::mutex> lock(delegate->mu_);
-    ASSERT_EQ(delegate->deliveries.size(), 3u);
     Dictionary expected{{"TaskedOn", Number::fromUInt64(1)},
                         {"neg", Number::fromInt64(-2)},
                         {"f", Number::fromDouble(1.5)},
@@ -60,12 +61,10 @@ TEST(DovetelConfigurationObserverTest, DeliversFileContentsAndChanges) {
                         {"b", Number::fromBool(true)},
                         {"a", Value(Array{Value(Number::fromUInt64(1))})},
                         {"big", Number::fromUInt64(18446744073709551615ull)}};
-    EXPECT_EQ(delegate->deliveries[0].second, "obj");
-    EXPECT_EQ(delegate->deliveries[0].first, std::optional<Value>(Value(expected)));
-    EXPECT_EQ(delegate->deliveries[1].first,
-              std::optional<Value>(Value(Array{"a", Value(Number::fromDouble(2.0))})));
-    EXPECT_EQ(delegate->deliveries[2].second, "null");
-    EXPECT_FALSE(delegate->deliveries[2].first.has_value());
+    EXPECT_EQ(delegate->deliveries,
+              (Deliveries{{Value(expected), "obj"},
+                          {Value(Array{"a", Value(Number::fromDouble(2.0))}), "arr"},
+                          {std::nullopt, "null"}}));
     EXPECT_TRUE(delegate->observerAlive);
   }
   auto records = capture.log().records();
@@ -86,11 +85,9 @@ TEST(DovetelConfigurationObserverTest, DeliversFileContentsAndChanges) {
   queue->sync([] {});
   std::lock_guard<std::mutex> lock(delegate->mu_);
   ASSERT_EQ(delegate->deliveries.size(), 5u);
-  EXPECT_EQ(delegate->deliveries[3].second, "missing");
-  EXPECT_EQ(delegate->deliveries[3].first,
-            std::optional<Value>(Value(Dictionary{{"TaskedOn", Number::fromUInt64(0)}})));
-  EXPECT_EQ(delegate->deliveries[4].second, "obj");
-  EXPECT_EQ(delegate->deliveries[4].first, std::optional<Value>(Value(Array{})));
+  EXPECT_EQ(Deliveries(delegate->deliveries.begin() + 3, delegate->deliveries.end()),
+            (Deliveries{{Value(Dictionary{{"TaskedOn", Number::fromUInt64(0)}}), "missing"},
+                        {Value(Array{}), "obj"}}));
 }
 
 }  // namespace
