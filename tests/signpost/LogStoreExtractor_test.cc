@@ -18,6 +18,7 @@ using testing::TempDir;
 using testing::WriteFile;
 
 const Date kBase = *ParseLogStoreTimestamp("2024-05-01 10:00:00.000000+0000");
+const Date kFrom = kBase - std::chrono::hours(1), kTo = kBase + std::chrono::hours(1);
 
 // One signpost record; the fields a test does not set get ordinary values.
 struct R {
@@ -66,9 +67,7 @@ struct StoreRun {
 
   // Given `contents`, writes them as a one-file store and reads it at once.
   explicit StoreRun(const std::optional<std::string>& contents = std::nullopt,
-                    size_t chunkBytes = 0,
-                    Date start = kBase - std::chrono::hours(1),
-                    Date end = kBase + std::chrono::hours(1)) {
+                    size_t chunkBytes = 0, Date start = kFrom, Date end = kTo) {
     extractor.setChunkBytes(chunkBytes);
     extractor.setIntervalCompletionProcessingBlock(Keep(&intervals));
     extractor.setAnimationIntervalCompletionProcessingBlock(Keep(&animations));
@@ -77,8 +76,7 @@ struct StoreRun {
     WriteFile(dir.file("s.ndjson"), *contents);
     read(dir.file("s.ndjson"), start, end);
   }
-  StoreRun& read(const std::optional<std::string>& path, Date start = kBase - std::chrono::hours(1),
-                 Date end = kBase + std::chrono::hours(1)) {
+  StoreRun& read(const std::optional<std::string>& path, Date start = kFrom, Date end = kTo) {
     ok = extractor.processLogArchiveWithPath(path, start, end, &error);
     return *this;
   }
@@ -236,15 +234,13 @@ TEST(LogStoreExtractorTest, DirectoryFromTheEnvironmentInNameOrderAndMissingStor
   EXPECT_EQ(run.intervals.size(), 1u);
   EXPECT_TRUE(run.events.empty());
   EXPECT_EQ(run.stats().files, 2u);
-  {
-    testing::ScopedEnv empty(LogStoreExtractor::kStoreEnvironmentVariable, "");
-    EXPECT_EQ(LogStoreExtractor::defaultStorePath(), "/var/log/lumvane/signposts");
-  }
   EXPECT_FALSE(run.read(run.dir.file("absent")).ok);
   ASSERT_TRUE(run.error);
   EXPECT_THAT(run.error->localizedDescription(),
               ::testing::AllOf(HasSubstr(run.dir.file("absent")),
                                HasSubstr("No such file or directory")));
+  testing::ScopedEnv empty(LogStoreExtractor::kStoreEnvironmentVariable, "");
+  EXPECT_EQ(LogStoreExtractor::defaultStorePath(), "/var/log/lumvane/signposts");
 }
 
 TEST(LogStoreExtractorTest, StopFromAnotherThreadEndsAtTheNextRecord) {
