@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <mutex>
 #include <vector>
 
 #include "lumvane/platform/CountingSemaphore.h"
@@ -13,20 +12,23 @@
 namespace lumvane {
 namespace {
 
+using Deliveries = std::vector<std::pair<std::optional<Value>, std::string>>;
+
+// Its fields are written on the delivery queue only, and the test reads them
+// after a sync with that queue.
 class RecordingDelegate final : public DovetelConfigurationObserverDelegate {
  public:
+  explicit RecordingDelegate(std::shared_ptr<WorkQueue> queue) : queue(std::move(queue)) {}
   void observer(const std::weak_ptr<DovetelConfigurationObserver>& observer,
                 const std::optional<Value>& configuration, const std::string& type) override {
-    {
-      std::lock_guard<std::mutex> lock(mu_);
-      deliveries.push_back({configuration, type});
-      observerAlive = !observer.expired();
-    }
+    allOnQueue = allOnQueue && queue->isCurrent();
+    deliveries.push_back({configuration, type});
+    observerAlive = !observer.expired();
     arrived.signal();
   }
-  std::mutex mu_;
-  std::vector<std::pair<std::optional<Value>, std::string>> deliveries;
-  bool observerAlive = false;
+  const std::shared_ptr<WorkQueue> queue;
+  Deliveries deliveries;
+  bool observerAlive = false, allOnQueue = true;
   CountingSemaphore arrived;
 };
 
@@ -42,32 +44,26 @@ TEST(DovetelConfigurationObserverTest, DeliversFileContentsAndChanges) {
   testing::WriteFile(dir + "/bad.json", "{\"TaskedOn\": ");
 
   testing::ScopedLogCapture capture;
-  auto delegate = std::make_shared<RecordingDelegate>();
   auto queue = NewSerialWorkQueue("lumvane configuration observing queue");
+  auto delegate = std::make_shared<RecordingDelegate>(queue);
   auto observer = NewDovetelConfigurationObserver(dovetel.path());
   observer->setConfigurationObserverDelegate(delegate, queue);
   for (const char* type : {"obj", "arr", "null", "bad", "missing"}) {
     observer->startObservingConfigurationType(type);
   }
   queue->sync([] {});
-  {
-    std::lock_guard<std::mutex> lock(delegate->mu_);
-    ASSERT_EQ(delegate->deliveries.size(), 3u);
-    Dictionary expected{{"TaskedOn", Number::fromUInt64(1)},
-                        {"neg", Number::fromInt64(-2)},
-                        {"f", Number::fromDouble(1.5)},
-                        {"s", "x\xc3\xa9"},
-                        {"b", Number::fromBool(true)},
-                        {"a", Value(Array{Value(Number::fromUInt64(1))})},
-                        {"big", Number::fromUInt64(18446744073709551615ull)}};
-    EXPECT_EQ(delegate->deliveries[0].second, "obj");
-    EXPECT_EQ(delegate->deliveries[0].first, std::optional<Value>(Value(expected)));
-    EXPECT_EQ(delegate->deliveries[1].first,
-              std::optional<Value>(Value(Array{"a", Value(Number::fromDouble(2.0))})));
-    EXPECT_EQ(delegate->deliveries[2].second, "null");
-    EXPECT_FALSE(delegate->deliveries[2].first.has_value());
-    EXPECT_TRUE(delegate->observerAlive);
-  }
+  Dictionary expected{{"TaskedOn", Number::fromUInt64(1)},
+                      {"neg", Number::fromInt64(-2)},
+                      {"f", Number::fromDouble(1.5)},
+                      {"s", "x\xc3\xa9"},
+                      {"b", Number::fromBool(true)},
+                      {"a", Value(Array{Value(Number::fromUInt64(1))})},
+                      {"big", Number::fromUInt64(18446744073709551615ull)}};
+  EXPECT_EQ(delegate->deliveries,
+            (Deliveries{{Value(expected), "obj"},
+                        {Value(Array{"a", Value(Number::fromDouble(2.0))}), "arr"},
+                        {std::nullopt, "null"}}));
+  EXPECT_TRUE(delegate->observerAlive);
   auto records = capture.log().records();
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].level, LogLevel::Error);
@@ -84,13 +80,11 @@ TEST(DovetelConfigurationObserverTest, DeliversFileContentsAndChanges) {
   ASSERT_TRUE(delegate->arrived.waitFor(std::chrono::seconds(10)));
   observer.reset();  // stops and joins the watcher
   queue->sync([] {});
-  std::lock_guard<std::mutex> lock(delegate->mu_);
+  EXPECT_TRUE(delegate->allOnQueue);
   ASSERT_EQ(delegate->deliveries.size(), 5u);
-  EXPECT_EQ(delegate->deliveries[3].second, "missing");
-  EXPECT_EQ(delegate->deliveries[3].first,
-            std::optional<Value>(Value(Dictionary{{"TaskedOn", Number::fromUInt64(0)}})));
-  EXPECT_EQ(delegate->deliveries[4].second, "obj");
-  EXPECT_EQ(delegate->deliveries[4].first, std::optional<Value>(Value(Array{})));
+  EXPECT_EQ(Deliveries(delegate->deliveries.begin() + 3, delegate->deliveries.end()),
+            (Deliveries{{Value(Dictionary{{"TaskedOn", Number::fromUInt64(0)}}), "missing"},
+                        {Value(Array{}), "obj"}}));
 }
 
 }  // namespace

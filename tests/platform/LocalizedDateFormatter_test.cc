@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <optional>
 #include <string>
+
+#include "tests/support/TestSupport.h"
 
 namespace lumvane {
 namespace {
@@ -24,21 +24,8 @@ TEST(LocalizedDateFormatterTest, ShortDateMediumTimeInLocaleAndZone) {
   EXPECT_EQ(LocalizedDateFormatter::icuLocaleName(""), "en_US_POSIX");
 }
 
-// Sets an environment variable for the scope, then puts back the old value.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
-    value ? setenv(name, value, 1) : unsetenv(name);
-  }
-  ~ScopedEnv() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
-
 TEST(LocalizedDateFormatterTest, CurrentLocaleAndZoneComeFromTheEnvironment) {
+  using testing::ScopedEnv;
   ScopedEnv all("LC_ALL", nullptr);
   ScopedEnv time("LC_TIME", "de_DE.UTF-8");
   ScopedEnv lang("LANG", "en_US.UTF-8");

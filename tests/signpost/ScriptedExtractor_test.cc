@@ -9,39 +9,29 @@
 namespace lumvane {
 namespace {
 
+SignpostObjectProperties Named(std::string name) {
+  SignpostObjectProperties p;
+  p.name = std::move(name);
+  return p;
+}
+
 std::shared_ptr<const SignpostEvent> Event(std::string name) {
-  SignpostObjectProperties p;
-  p.name = std::move(name);
-  return std::make_shared<SignpostEvent>(p, std::nullopt, std::nullopt);
-}
-
-std::shared_ptr<const SignpostInterval> Interval(std::string name) {
-  SignpostObjectProperties p;
-  p.name = std::move(name);
-  return std::make_shared<SignpostInterval>(p, Event("b"), Event("e"));
-}
-
-std::shared_ptr<const SignpostAnimationInterval> Animation(std::string name) {
-  SignpostObjectProperties p;
-  p.name = std::move(name);
-  return std::make_shared<SignpostAnimationInterval>(p, Event("b"), Event("e"), Dictionary{}, 60.f);
+  return std::make_shared<SignpostEvent>(Named(std::move(name)), std::nullopt, std::nullopt);
 }
 
 TEST(ScriptedExtractorTest, DeliversEachClassThroughItsOwnCallbackInOrder) {
-  ScriptedExtractor extractor({Interval("i1"), Animation("a1"), Event("e1"), Interval("i2")});
+  ScriptedExtractor extractor(
+      {std::make_shared<SignpostInterval>(Named("i1"), Event("b"), Event("e")),
+       std::make_shared<SignpostAnimationInterval>(Named("a1"), Event("b"), Event("e"),
+                                                   Dictionary{}, 60.f),
+       Event("e1"), std::make_shared<SignpostInterval>(Named("i2"), Event("b"), Event("e"))});
   std::vector<std::string> seen;
-  extractor.setIntervalCompletionProcessingBlock([&](auto o) {
-    seen.push_back("interval:" + *o->name());
-    return true;
-  });
-  extractor.setAnimationIntervalCompletionProcessingBlock([&](auto o) {
-    seen.push_back("animation:" + *o->name());
-    return true;
-  });
-  extractor.setEmitEventProcessingBlock([&](auto o) {
-    seen.push_back("event:" + *o->name());
-    return true;
-  });
+  auto record = [&seen](std::string kind) {
+    return [&seen, kind](auto o) { return seen.push_back(kind + *o->name()), true; };
+  };
+  extractor.setIntervalCompletionProcessingBlock(record("interval:"));
+  extractor.setAnimationIntervalCompletionProcessingBlock(record("animation:"));
+  extractor.setEmitEventProcessingBlock(record("event:"));
   extractor.setExtraLogEventCount(10);
   std::optional<Error> error;
   EXPECT_TRUE(extractor.processLogArchiveWithPath(std::nullopt, Date{}, Date{}, &error));
@@ -56,10 +46,7 @@ TEST(ScriptedExtractorTest, StopFromAnotherThreadEndsAtTheNextObjectAndRepeatsHa
   for (int i = 0; i < 100; ++i) objects.push_back(Event(std::to_string(i)));
   ScriptedExtractor extractor(objects);
   int delivered = 0;
-  extractor.setEmitEventProcessingBlock([&](auto) {
-    ++delivered;
-    return true;
-  });
+  extractor.setEmitEventProcessingBlock([&](auto) { return ++delivered, true; });
   extractor.setBeforeDeliveryHook([&](std::size_t i) {
     if (i == 10) {
       std::thread([&] {

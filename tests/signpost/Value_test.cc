@@ -9,9 +9,8 @@ namespace lumvane {
 namespace {
 
 TEST(NumberTest, KindsAreKeptAndConversionsAreDefinedEverywhere) {
-  EXPECT_EQ(Number::fromFloat(1.5f).kind(), Number::Kind::Float32);
-  EXPECT_EQ(Number::fromUInt64(1).kind(), Number::Kind::Unsigned);
   // Same value, different kind: not equal (a payload must not mix them up).
+  // The descriptions below tell float from double and unsigned from signed.
   EXPECT_NE(Number::fromInt64(1), Number::fromUInt64(1));
 
   EXPECT_EQ(Number::fromInt64(-1).uint64Value(), std::numeric_limits<uint64_t>::max());
@@ -33,10 +32,8 @@ TEST(DictionaryTest, KeepsFirstSetOrderReplacesInPlaceAndSkipsAbsentValues) {
   d.set("a", Number::fromInt64(2));
   d.set("missing", std::optional<std::string>());
   d.set("b", "3");
-  EXPECT_EQ(d.keys(), (std::vector<std::string>{"b", "a"}));
-  ASSERT_NE(d.find("b"), nullptr);
-  EXPECT_EQ(*d.find("b")->asString(), "3");
-  EXPECT_FALSE(d.contains("missing"));
+  ASSERT_EQ(d.keys(), (std::vector<std::string>{"b", "a"}));
+  EXPECT_EQ(*d.find("b"), Value("3"));
   EXPECT_EQ(d.find("a")->asString(), nullptr);
 
   Value nested(Array{Value("x"), Value(Dictionary{{"k", Value(Number::fromInt64(1))}})});

@@ -1,6 +1,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
+#include <plist/plist.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -49,6 +50,23 @@ ScopedInternalDiagnostics::ScopedInternalDiagnostics(bool answer)
 
 ScopedInternalDiagnostics::~ScopedInternalDiagnostics() {
   ExchangeInternalDiagnosticsCheck(previous_);
+ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name) {
+  if (const char* old = std::getenv(name)) old_ = old;
+  value ? setenv(name, value, 1) : unsetenv(name);
+}
+
+ScopedEnv::~ScopedEnv() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
+
+std::string BundlePropertyList(const std::string& identifier, bool binary) {
+  plist_t dict = plist_new_dict();
+  plist_dict_set_item(dict, "BundleIdentifier", plist_new_string(identifier.c_str()));
+  char* data = nullptr;
+  uint32_t length = 0;
+  binary ? plist_to_bin(dict, &data, &length) : plist_to_xml(dict, &data, &length);
+  std::string out(data, length);
+  binary ? plist_to_bin_free(data) : plist_to_xml_free(data);
+  plist_free(dict);
+  return out;
 }
 
 }  // namespace lumvane::testing

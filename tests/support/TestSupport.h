@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "lumvane/platform/InternalDiagnostics.h"
@@ -61,5 +62,24 @@ class ScopedInternalDiagnostics final {
   std::shared_ptr<FakeInternalDiagnosticsCheck> fake_;
   std::shared_ptr<InternalDiagnosticsCheck> previous_;
 };
+
+// Sets an environment variable (unsets it for nullptr) for the lifetime of
+// the object, then puts back the value it had. The environment is process-
+// wide: no other thread may read it while the object lives.
+class ScopedEnv final {
+ public:
+  ScopedEnv(const char* name, const char* value);
+  ~ScopedEnv();
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+// The bytes of a property list whose dictionary holds one
+// "BundleIdentifier" string, in XML or binary form.
+std::string BundlePropertyList(const std::string& identifier, bool binary);
 
 }  // namespace lumvane::testing

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 
 #include <filesystem>
 #include <memory>
@@ -13,18 +12,10 @@ namespace {
 
 using testing::ScopedLogCapture;
 using testing::TempDir;
-using Keys = std::vector<std::string>;
 
 void WriteBundle(const std::string& dir, const std::string& identifier, bool binary) {
   std::filesystem::create_directories(dir + "/Contents");
-  plist_t dict = plist_new_dict();
-  plist_dict_set_item(dict, "BundleIdentifier", plist_new_string(identifier.c_str()));
-  char* data = nullptr;
-  uint32_t length = 0;
-  binary ? plist_to_bin(dict, &data, &length) : plist_to_xml(dict, &data, &length);
-  testing::WriteFile(dir + "/Contents/Info.plist", std::string(data, length));
-  binary ? plist_to_bin_free(data) : plist_to_xml_free(data);
-  plist_free(dict);
+  testing::WriteFile(dir + "/Contents/Info.plist", testing::BundlePropertyList(identifier, binary));
 }
 
 class CountingLookup final : public BundleLookup {
@@ -64,7 +55,8 @@ TEST(BundleIdentifierCacheTest, WalksWithThePrefixRuleAndCachesMisses) {
   EXPECT_EQ(cache.bundleIdentifierForImagePath("/Other/Foo.framework/x/Foo"), std::nullopt);
   EXPECT_EQ(cache.bundleIdentifierForImagePath("/Other/Foo.framework/x/Foo"), std::nullopt);
   EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/tools/foo"), std::nullopt);
-  EXPECT_EQ(lookup.asked, (Keys{"/Applications/Foo.app", "/Other/Foo.framework"}));
+  EXPECT_EQ(lookup.asked,
+            (std::vector<std::string>{"/Applications/Foo.app", "/Other/Foo.framework"}));
   EXPECT_EQ(cache.size(), 3u);
 
   auto dirFor = &BundleIdentifierCache::bundleDirectoryForImagePath;
@@ -103,17 +95,14 @@ TEST(DovetelPayloadTest, EventCarriesArgumentsInOrderWithTheirKinds) {
   p.number1Name = "n1";
   p.number1Value = Number::fromInt64(-3);
   p.number2Value = Number::fromDouble(2.5);  // no name: neither key
-  SignpostEvent event(p, std::nullopt, std::nullopt);
-  std::optional<Dictionary> payload = event.dovetelPayload();
-  ASSERT_TRUE(payload);
-  EXPECT_EQ(payload->keys(), (Keys{"Subsystem", "Category", "Name", "String1Name", "String1Value",
-                                   "String2Name", "Number1Name", "Number1Value", "IntervalType",
-                                   "DurationInSeconds", "StartProcessName"}));
-  EXPECT_EQ(*payload->find("Name"), Value("Unknown"));
-  EXPECT_EQ(*payload->find("Number1Value"), Value(Number::fromInt64(-3)));
-  EXPECT_EQ(*payload->find("IntervalType"), Value("Event"));
-  EXPECT_EQ(*payload->find("DurationInSeconds"), Value(Number::fromFloat(1.5f)));
-  EXPECT_EQ(*payload->find("StartProcessName"), Value("Unknown"));
+  // Dictionaries compare key order and number kinds too.
+  EXPECT_EQ(SignpostEvent(p, std::nullopt, std::nullopt).dovetelPayload(),
+            (Dictionary{{"Subsystem", "com.example.net"}, {"Category", "fetch"},
+                        {"Name", "Unknown"}, {"String1Name", "s1"}, {"String1Value", "v1"},
+                        {"String2Name", "s2"}, {"Number1Name", "n1"},
+                        {"Number1Value", Number::fromInt64(-3)}, {"IntervalType", "Event"},
+                        {"DurationInSeconds", Number::fromFloat(1.5f)},
+                        {"StartProcessName", "Unknown"}}));
 
   p.subsystem.reset();
   EXPECT_FALSE(SignpostEvent(p, "proc", std::nullopt).dovetelPayload()->contains("Subsystem"));
@@ -126,28 +115,23 @@ TEST(DovetelPayloadTest, IntervalsNameEachSideAndHonourTheOverrideForOneSubsyste
   WriteBundle(dir.file("Foo.app"), "com.example.foo", true);
   SignpostInterval interval(Props(), Side("begin", dir.file("Foo.app/Foo")), Side("end"),
                             Dictionary{{"BundleIdOverride", "com.other"}});
-  std::optional<Dictionary> payload = interval.dovetelPayload();
-  ASSERT_TRUE(payload);
-  EXPECT_EQ(payload->keys(), (Keys{"Subsystem", "Category", "Name", "IntervalType",
-                                   "DurationInSeconds", "StartProcessName", "EndProcessName"}));
-  EXPECT_EQ(*payload->find("IntervalType"), Value("Interval"));
-  EXPECT_EQ(*payload->find("StartProcessName"), Value("com.example.foo"));
-  EXPECT_EQ(*payload->find("EndProcessName"), Value("end"));
+  Dictionary expected{{"Subsystem", "com.example.net"}, {"Category", "fetch"},
+                      {"Name", "Request"}, {"IntervalType", "Interval"},
+                      {"DurationInSeconds", Number::fromFloat(1.5f)},
+                      {"StartProcessName", "com.example.foo"}, {"EndProcessName", "end"}};
+  EXPECT_EQ(interval.dovetelPayload(), expected);
 
   SignpostObjectProperties halvenrod = Props();
   halvenrod.subsystem = "com.orvel.halvenrod";
   ScopedLogCapture capture;
   SignpostAnimationInterval animation(halvenrod, Side("begin"), Side("end"),
                                       Dictionary{{"BundleIdOverride", "com.override"}}, 59.5f);
-  payload = animation.dovetelPayload();
-  ASSERT_TRUE(payload);
-  EXPECT_EQ(payload->keys(),
-            (Keys{"Subsystem", "Category", "Name", "IntervalType", "DurationInSeconds",
-                  "StartProcessName", "EndProcessName", "FrameRate"}));
-  EXPECT_EQ(*payload->find("IntervalType"), Value("AnimationInterval"));
-  EXPECT_EQ(*payload->find("StartProcessName"), Value("com.override"));
-  EXPECT_EQ(*payload->find("EndProcessName"), Value("com.override"));
-  EXPECT_EQ(*payload->find("FrameRate"), Value(Number::fromFloat(59.5f)));
+  expected.set("Subsystem", "com.orvel.halvenrod");
+  expected.set("IntervalType", "AnimationInterval");
+  expected.set("StartProcessName", "com.override");
+  expected.set("EndProcessName", "com.override");
+  expected.set("FrameRate", Number::fromFloat(59.5f));
+  EXPECT_EQ(animation.dovetelPayload(), expected);
   EXPECT_EQ(capture.log().count(
                 "com.orvel.halvenrod/fetch/Request: Overriding bundle ID to com.override"),
             1u);

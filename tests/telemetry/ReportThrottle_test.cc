@@ -31,14 +31,11 @@ TEST(ReportThrottleTest, StretchesShortQuantaToTheBudget) {
                 "125000.000000 us, 125000000.000000 mach time units per quantum of 10 reported events"});
 
   Calls(throttle, clock, 9, 1'000'000'000);  // nine calls never measure, however slow
-  EXPECT_TRUE(sleeper.sleeps().empty());
-  Calls(throttle, clock, 1, 0);  // tenth: the quantum lasted 9 s, no sleep
+  Calls(throttle, clock, 1, 0);              // tenth: the quantum lasted 9 s, no sleep
   EXPECT_TRUE(sleeper.sleeps().empty());
 
   Calls(throttle, clock, 10, 2'500'000);  // 25 ms
   EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{100000});
-  EXPECT_EQ(throttle.throttleCount(), 1u);
-  EXPECT_EQ(throttle.totalSleptMicroseconds(), 100000u);
   EXPECT_EQ(capture.log().count("Sleeping for 100000 us"), 1u);
 
   // The next quantum starts after the sleep, so 25 ms more sleep again.
@@ -82,7 +79,7 @@ TEST(ReportSignpostPayloadTest, SendsBothEventsInOrderOnTheReportingQueue) {
     reportSignpostPayload(object, payloads.back(), throttle, reportingQueue());
   }
   reportingQueue().sync([] {});
-  ExchangeDovetelEventSink(previous);
+  EXPECT_EQ(ExchangeDovetelEventSink(previous), sink);  // hands back the sink it replaces
 
   EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{125000});  // five objects, one quantum
   auto events = sink->events();
