@@ -16,7 +16,7 @@ struct Outcome {
   std::vector<std::string> messages;
 };
 
-Outcome Handle(ActivityState state, bool shouldDefer = false, bool acceptsDefer = true) {
+Outcome Handle(ActivityState state, bool shouldDefer, bool acceptsDefer) {
   testing::ScopedLogCapture capture;
   RecordingActivityScheduler scheduler;
   scheduler.registerActivity(kLumvaneActivityIdentifier, ActivityCriteria::CheckIn,
@@ -39,39 +39,37 @@ Outcome Handle(ActivityState state, bool shouldDefer = false, bool acceptsDefer 
   return outcome;
 }
 
-TEST(ActivityHandlerTest, RunsWhenDueAndNotDeferredInsideOneTransaction) {
-  Outcome o = Handle(kActivityStateRun);
-  EXPECT_EQ(o.calls, (std::vector<std::string>{kBegin, "activityState", "shouldDefer", "run",
-                                               "exitWhenClean", kEnd}));
-  EXPECT_TRUE(o.messages.empty());
-}
-
-TEST(ActivityHandlerTest, AcceptedDeferSkipsTheRunAndARefusedOneRunsAllTheSame) {
-  Outcome deferred = Handle(kActivityStateRun, /*shouldDefer=*/true, /*acceptsDefer=*/true);
-  EXPECT_EQ(deferred.calls,
-            (std::vector<std::string>{kBegin, "activityState", "shouldDefer",
-                                      "setActivityState:3", "exitWhenClean", kEnd}));
-  EXPECT_EQ(deferred.messages, std::vector<std::string>{"Deferred lumvane\n"});
-
-  Outcome refused = Handle(kActivityStateRun, /*shouldDefer=*/true, /*acceptsDefer=*/false);
-  EXPECT_EQ(refused.calls,
-            (std::vector<std::string>{kBegin, "activityState", "shouldDefer",
-                                      "setActivityState:3", "run", "exitWhenClean", kEnd}));
-  EXPECT_TRUE(refused.messages.empty());
-}
-
-TEST(ActivityHandlerTest, CheckInAndUnknownStatesOnlyLog) {
-  Outcome checkIn = Handle(kActivityStateCheckIn, /*shouldDefer=*/true);
-  EXPECT_EQ(checkIn.calls,
-            (std::vector<std::string>{kBegin, "activityState", "exitWhenClean", kEnd}));
-  EXPECT_EQ(checkIn.messages, std::vector<std::string>{"Checking in\n"});
-
-  for (ActivityState state : {1L, 3L, 4L, 5L, -1L}) {
-    Outcome other = Handle(state, /*shouldDefer=*/true);
-    EXPECT_EQ(other.calls,
-              (std::vector<std::string>{kBegin, "activityState", "exitWhenClean", kEnd}));
-    EXPECT_EQ(other.messages,
-              std::vector<std::string>{"Unknown state " + std::to_string(state) + "\n"});
+TEST(ActivityHandlerTest, CallsTheSchedulerInOrderInsideOneTransactionForEachState) {
+  using Lines = std::vector<std::string>;
+  struct Case {
+    ActivityState state;
+    bool shouldDefer, acceptsDefer;
+    Lines between;  // the calls between reading the state and exitWhenClean
+    Lines messages;
+  };
+  const Case cases[] = {
+      {kActivityStateRun, false, true, {"shouldDefer", "run"}, {}},
+      // An accepted defer skips the run; a refused one runs all the same.
+      {kActivityStateRun, true, true, {"shouldDefer", "setActivityState:3"},
+       {"Deferred lumvane\n"}},
+      {kActivityStateRun, true, false, {"shouldDefer", "setActivityState:3", "run"}, {}},
+      // Other states only log, whatever deferral would say.
+      {kActivityStateCheckIn, true, true, {}, {"Checking in\n"}},
+      {1, true, true, {}, {"Unknown state 1\n"}},
+      {3, true, true, {}, {"Unknown state 3\n"}},
+      {4, true, true, {}, {"Unknown state 4\n"}},
+      {5, true, true, {}, {"Unknown state 5\n"}},
+      {-1, true, true, {}, {"Unknown state -1\n"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "state " << c.state << " shouldDefer " << c.shouldDefer
+                                      << " acceptsDefer " << c.acceptsDefer);
+    Outcome o = Handle(c.state, c.shouldDefer, c.acceptsDefer);
+    Lines expected{kBegin, "activityState"};
+    expected.insert(expected.end(), c.between.begin(), c.between.end());
+    expected.insert(expected.end(), {"exitWhenClean", kEnd});
+    EXPECT_EQ(o.calls, expected);
+    EXPECT_EQ(o.messages, c.messages);
   }
 }
 
