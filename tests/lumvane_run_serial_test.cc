@@ -44,8 +44,8 @@ struct Expected {
 
 Expected ExpectedFor(const std::string& store, Date end) {
   testing::ScopedLogCapture quiet(LogLevel::Error);
-  auto check = std::make_shared<FakeInternalDiagnosticsCheck>(false);
-  auto previous = ExchangeInternalDiagnosticsCheck(check);
+  auto previous =
+      ExchangeInternalDiagnosticsCheck(std::make_shared<FakeInternalDiagnosticsCheck>(false));
   Expected expected;
   expected.filter = LumvaneObjectFilter::init();
   auto take = [&](std::shared_ptr<const SignpostObject> object) {
