@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "lumvane/platform/DovetelEventSink.h"
@@ -17,7 +15,6 @@
 namespace lumvane {
 namespace {
 
-using Opt = std::optional<std::string>;
 using ObjectPtr = std::shared_ptr<const SignpostObject>;
 constexpr const char* kGeneralEvent = "com.orvel.performance.signpost";
 
@@ -41,11 +38,6 @@ ObjectPtr Make(Kind kind, std::string name, bool enabled = true, float duration 
 std::string StringAt(const Dictionary& d, const char* key) {
   const Value* v = d.find(key);
   return v && v->asString() ? *v->asString() : "<none>";
-}
-
-bool FileExists(const std::string& path) {
-  struct stat st;
-  return ::stat(path.c_str(), &st) == 0;
 }
 
 // Hands timers to a ManualTimerFactory but keeps its own copy of every
@@ -138,7 +130,7 @@ class ReportingRunTest : public ::testing::Test {
   CookieFile* cookie_ = &guard_;
 
   bool tasked_ = true;
-  Opt bootFs_ = "ext4";
+  std::optional<std::string> bootFs_ = "ext4";
   std::vector<Date> nows_{Date(std::chrono::seconds(1'700'000'000)),
                           Date(std::chrono::microseconds(1'700'000'000'000'250))};
   size_t nowCalls_ = 0;
@@ -155,40 +147,44 @@ class ReportingRunTest : public ::testing::Test {
 TEST_F(ReportingRunTest, EndsEarlyWhenNotTaskedOrAGuardFileIsPresentOrCannotBeMade) {
   objects_ = {Make(Interval, "iv")};
   tasked_ = false;
-  EXPECT_EQ(Run(), ReportingRunOutcome::NotTasked);
-  EXPECT_FALSE(FileExists(guard_.path()));
   testing::WriteFile(guard_.path(), "");
   EXPECT_EQ(Run(), ReportingRunOutcome::NotTasked);
-  EXPECT_TRUE(FileExists(guard_.path())) << "an untasked run removed the guard file";
+  EXPECT_TRUE(testing::PathExists(guard_.path())) << "an untasked run touched the guard file";
   EXPECT_TRUE(Messages().empty()) << ::testing::PrintToString(Messages());
-  EXPECT_EQ(extractorsMade_, 0);
-  EXPECT_TRUE(timers_.manual.timers().empty());
 
   tasked_ = true;
   EXPECT_EQ(Run(), ReportingRunOutcome::BailedOnGuardFile);
-  EXPECT_FALSE(FileExists(guard_.path()));
+  EXPECT_FALSE(testing::PathExists(guard_.path()));
   EXPECT_LT(IndexOf("Bailing due to cookie file"), IndexOf("Cleared cookie file"));
   EXPECT_EQ(IndexOf("Created cookie file"), Messages().size());
-  EXPECT_EQ(extractorsMade_, 0);
-  EXPECT_TRUE(reports_.empty());
-  EXPECT_TRUE(sink_->events().empty());
-
-  EXPECT_EQ(Run(), ReportingRunOutcome::Processed) << "the run after a bail proceeds";
-  EXPECT_EQ(extractorsMade_, 1);
-  EXPECT_EQ(reports_.size(), 1u);
-  EXPECT_EQ(sink_->events().size(), 2u);
-  EXPECT_LT(IndexOf("Created cookie file"), Messages().size());
-  EXPECT_FALSE(FileExists(guard_.path()));
 
   CookieFile unreachable(dir_.file("missing/lumvane_running"));
   cookie_ = &unreachable;
   EXPECT_EQ(Run(), ReportingRunOutcome::GuardFileNotCreated);
+  EXPECT_EQ(extractorsMade_, 0);
+  EXPECT_TRUE(reports_.empty());
+  EXPECT_TRUE(timers_.manual.timers().empty());
+
   cookie_ = &guard_;
-  EXPECT_EQ(extractorsMade_, 1);
-  EXPECT_EQ(reports_.size(), 1u);
+  bootFs_.reset();
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed) << "the run after a bail proceeds";
+  EXPECT_FALSE(testing::PathExists(guard_.path()));
+  auto events = sink_->events();
+  ASSERT_EQ(events.size(), 2u);
+  for (const auto& event : events) {
+    EXPECT_FALSE(event.payload.contains("BootPartitionFS")) << "no filesystem type was found";
+    EXPECT_TRUE(event.payload.contains("BootDiskType"));
+  }
 }
 
-TEST_F(ReportingRunTest, SendsEachAcceptedObjectTwiceWithTheBootKeysAndReportsAfterTheSends) {
+TEST_F(ReportingRunTest, SendsEachAcceptedObjectOfTheLastDayTwiceWithBootKeysThenReports) {
+  std::optional<std::pair<Date, Date>> asked;
+  hook_ = [&](size_t) {
+    auto e = Extractor();
+    EXPECT_FALSE(e->lastPath()) << "the run must read the machine's own store";
+    EXPECT_FALSE(e->buildAnimationCompositeIntervalTimelines());
+    asked.emplace(e->lastStartDate(), e->lastEndDate());
+  };
   objects_ = {Make(Interval, "iv"), Make(Interval, "off", /*enabled=*/false),
               Make(Animation, "anim"), Make(Event, "ev"), Make(Event, "neg", true, -1.0f)};
   EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
@@ -206,39 +202,16 @@ TEST_F(ReportingRunTest, SendsEachAcceptedObjectTwiceWithTheBootKeysAndReportsAf
     EXPECT_EQ(StringAt(general.payload, "BootPartitionFS"), "ext4");
     EXPECT_EQ(StringAt(general.payload, "BootDiskType"), "SSD");
   }
+  // The day before the first reading of the clock, up to the second.
+  const Date dayBefore = nows_[0] - std::chrono::seconds(86400);
+  EXPECT_EQ(nowCalls_, 2u);
+  EXPECT_EQ(asked, std::make_pair(dayBefore, nows_[1]));
   ASSERT_EQ(reports_.size(), 1u);
   EXPECT_TRUE(reports_[0].onReportQueue);
   EXPECT_EQ(reports_[0].sendsDelivered, events.size());
-  EXPECT_LT(IndexOf("Boot disk type: SSD"), Messages().size());
-  EXPECT_EQ(extractorsMade_, 1);
-
-  bootFs_.reset();
-  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
-  events = sink_->events();
-  ASSERT_EQ(events.size(), 4 * expected.size());
-  for (size_t i = 2 * expected.size(); i < events.size(); ++i) {
-    EXPECT_FALSE(events[i].payload.contains("BootPartitionFS")) << events[i].name;
-    EXPECT_TRUE(events[i].payload.contains("BootDiskType")) << events[i].name;
-  }
-}
-
-TEST_F(ReportingRunTest, ReadsTheDayBeforeTheFirstReadingUpToTheSecond) {
-  std::optional<std::pair<Date, Date>> asked;
-  hook_ = [&](size_t) {
-    auto e = Extractor();
-    EXPECT_FALSE(e->lastPath()) << "the run must read the machine's own store";
-    EXPECT_FALSE(e->buildAnimationCompositeIntervalTimelines());
-    asked.emplace(e->lastStartDate(), e->lastEndDate());
-  };
-  objects_ = {Make(Event, "ev")};
-  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
-  EXPECT_EQ(nowCalls_, 2u);
-  ASSERT_TRUE(asked);
-  EXPECT_EQ(asked->first, nows_[0] - std::chrono::seconds(86400));
-  EXPECT_EQ(asked->second, nows_[1]);
-  ASSERT_EQ(reports_.size(), 1u);
-  EXPECT_EQ(reports_[0].periodStart, nows_[0] - std::chrono::seconds(86400));
+  EXPECT_EQ(reports_[0].periodStart, dayBefore);
   EXPECT_EQ(reports_[0].periodEnd, nows_[1]);
+  EXPECT_LT(IndexOf("Boot disk type: SSD"), Messages().size());
   EXPECT_FALSE(Extractor()) << "the extractor outlived its run";
 }
 
@@ -254,7 +227,7 @@ TEST_F(ReportingRunTest, FailedProcessingIsLoggedAndStillReportedAndCleared) {
                 "Failed to process signpost data due to error: cannot open the log store"),
             1u);
   EXPECT_EQ(reports_.size(), 1u);
-  EXPECT_FALSE(FileExists(guard_.path()));
+  EXPECT_FALSE(testing::PathExists(guard_.path()));
 
   failure_.reset();
   error.reset();
@@ -262,7 +235,7 @@ TEST_F(ReportingRunTest, FailedProcessingIsLoggedAndStillReportedAndCleared) {
   EXPECT_FALSE(error);
   EXPECT_EQ(capture_.log().count("Failed to process signpost data due to error: (null)"), 1u);
   EXPECT_EQ(reports_.size(), 2u);
-  EXPECT_FALSE(FileExists(guard_.path()));
+  EXPECT_FALSE(testing::PathExists(guard_.path()));
   EXPECT_TRUE(sink_->events().empty());
 }
 
@@ -271,7 +244,7 @@ TEST_F(ReportingRunTest, DeferralRequestedMidProcessingStopsTheExtractorAndMarks
   realReport_ = true;
   hook_ = [&](size_t i) {
     if (i != 1) return;
-    EXPECT_TRUE(FileExists(guard_.path()));
+    EXPECT_TRUE(testing::PathExists(guard_.path()));
     scheduler_.setShouldDefer(true);
     EXPECT_EQ(timers_.manual.fireAll(), 1);
     EXPECT_EQ(timers_.manual.fireAll(), 1);  // a poll that finds deferral again asks again
@@ -279,13 +252,13 @@ TEST_F(ReportingRunTest, DeferralRequestedMidProcessingStopsTheExtractorAndMarks
   };
   EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
 
+  // Polled at once, then every 10 s give or take 10 s, until processing ends.
   auto timers = timers_.manual.timers();
   ASSERT_EQ(timers.size(), 1u);
-  EXPECT_EQ(timers[0].startDelay.count(), 0);
-  EXPECT_EQ(timers[0].period, std::chrono::seconds(10));
-  EXPECT_EQ(timers[0].leeway, std::chrono::seconds(10));
-  EXPECT_TRUE(timers[0].started);
-  EXPECT_TRUE(timers[0].cancelled);
+  using std::chrono::seconds;
+  EXPECT_EQ(std::make_tuple(timers[0].startDelay, timers[0].period, timers[0].leeway),
+            std::make_tuple(seconds(0), seconds(10), seconds(10)));
+  EXPECT_TRUE(timers[0].started && timers[0].cancelled);
 
   EXPECT_LT(IndexOf("Trying to stop in-flight reporting work."),
             IndexOf("Concluding processing due to deferral request"));
@@ -301,7 +274,7 @@ TEST_F(ReportingRunTest, DeferralRequestedMidProcessingStopsTheExtractorAndMarks
   const Value* interrupted = events.back().payload.find("WasInterrupted");
   ASSERT_TRUE(interrupted && interrupted->asNumber());
   EXPECT_TRUE(interrupted->asNumber()->boolValue());
-  EXPECT_FALSE(FileExists(guard_.path()));
+  EXPECT_FALSE(testing::PathExists(guard_.path()));
   EXPECT_EQ(scheduler_.calls(), (std::vector<std::string>{"shouldDefer", "shouldDefer"}))
       << "the run itself sets no activity state";
 }

@@ -30,9 +30,7 @@ struct Fixture {
 
   std::unique_ptr<LocalActivityScheduler> make(bool exitWhenCleanEndsProcess = false) {
     LocalActivitySchedulerOptions options;
-    options.stateDirectory = dir.path();
-    options.activityInterval = seconds(86400);
-    options.deferRetry = seconds(600);
+    options.stateDirectory = dir.path();  // a day's interval, ten minutes' retry
     options.exitWhenCleanEndsProcess = exitWhenCleanEndsProcess;
     options.now = [this] { return now; };
     options.exitProcess = [this](int status) { exits.push_back(status); };
@@ -122,21 +120,17 @@ TEST(LocalActivitySchedulerTest, EndsTheProcessOnlyWhenCleanAndAfterTheDueRun) {
   EXPECT_EQ(f.record(), "1800000000\n") << "the record is written before the process ends";
 }
 
-TEST(LocalActivitySchedulerTest, OwnThreadDeliversTheCheckIn) {
+TEST(LocalActivitySchedulerTest, OwnThreadDeliversTheDueRun) {
   Fixture f;
-  testing::WriteFile(f.dir.file("activity-last-run"), "1799999940\n");
-  LocalActivitySchedulerOptions options;
-  options.stateDirectory = f.dir.path();
-  LocalActivityScheduler scheduler(options);
-  CountingSemaphore called;
+  CountingSemaphore ran;
   std::thread::id caller;
-  scheduler.registerActivity("a", ActivityCriteria::CheckIn, [&](std::shared_ptr<Activity> a) {
-    if (scheduler.activityState(*a) == kActivityStateCheckIn) caller = std::this_thread::get_id();
-    called.signal();
-  });
-  scheduler.start();
-  ASSERT_TRUE(called.waitFor(seconds(5)));
-  EXPECT_NE(caller, std::thread::id());
+  f.onRun = [&](LocalActivityScheduler&, const Activity&) {
+    caller = std::this_thread::get_id();
+    ran.signal();
+  };
+  auto scheduler = f.make();
+  scheduler->start();
+  ASSERT_TRUE(ran.waitFor(seconds(5)));
   EXPECT_NE(caller, std::this_thread::get_id());
 }
 
@@ -151,20 +145,17 @@ TEST(LocalActivitySchedulerTest, EnvironmentGivesTheScheduleAndBadValuesFallBack
     return it == env.end() ? nullptr : it->second.c_str();
   };
   auto report = [&](const std::string& line) { reports.push_back(line); };
-  auto good = LocalActivitySchedulerOptions::fromEnvironment(getenv, report);
-  EXPECT_EQ(good.stateDirectory, "/srv/state");
-  EXPECT_EQ(good.activityInterval, seconds(3600));
-  EXPECT_EQ(good.deferRetry, seconds(60));
-  EXPECT_TRUE(good.exitWhenCleanEndsProcess);
+  auto schedule = [&] {
+    auto o = LocalActivitySchedulerOptions::fromEnvironment(getenv, report);
+    return std::make_tuple(o.stateDirectory, o.activityInterval, o.deferRetry,
+                           o.exitWhenCleanEndsProcess);
+  };
+  EXPECT_EQ(schedule(), std::make_tuple("/srv/state", seconds(3600), seconds(60), true));
   EXPECT_TRUE(reports.empty());
 
   env = {{"LUMVANE_ACTIVITY_INTERVAL", "-5"}, {"LUMVANE_DEFER_RETRY", "0"},
          {"LUMVANE_EXIT_WHEN_CLEAN", "yes"}};
-  auto bad = LocalActivitySchedulerOptions::fromEnvironment(getenv, report);
-  EXPECT_EQ(bad.stateDirectory, "/var/lib/lumvane");
-  EXPECT_EQ(bad.activityInterval, seconds(86400));
-  EXPECT_EQ(bad.deferRetry, seconds(600));
-  EXPECT_FALSE(bad.exitWhenCleanEndsProcess);
+  EXPECT_EQ(schedule(), std::make_tuple("/var/lib/lumvane", seconds(86400), seconds(600), false));
   ASSERT_EQ(reports.size(), 3u);
   EXPECT_EQ(reports[0],
             "lumvane: LUMVANE_ACTIVITY_INTERVAL=-5 is not a whole number of seconds from 1 to "

@@ -13,6 +13,7 @@ namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::hours;
+using std::chrono::seconds;
 
 TEST(RepeatingTimerTest, FiresAtOnceThenPeriodicallyOnItsQueueAndStopsWhenCancelled) {
   auto queue = NewSerialWorkQueue("lumvane defer polling queue");
@@ -27,7 +28,7 @@ TEST(RepeatingTimerTest, FiresAtOnceThenPeriodicallyOnItsQueueAndStopsWhenCancel
   timer->setSchedule(milliseconds(0), milliseconds(2), milliseconds(1));
   EXPECT_FALSE(fired.waitFor(milliseconds(20))) << "fired before start()";
   timer->start();
-  for (int i = 0; i < 3; ++i) ASSERT_TRUE(fired.waitFor(std::chrono::seconds(5))) << i;
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(fired.waitFor(seconds(5))) << i;
   timer->cancel();
   int atCancel = firings.load();
   std::this_thread::sleep_for(milliseconds(20));  // ten periods
@@ -56,7 +57,7 @@ TEST(RepeatingTimerTest, HonoursStartDelayFiresFirstAtOnceAndMayBeCancelledFromI
   // A period of an hour: only a first firing at once can come in time.
   self->setSchedule(milliseconds(0), hours(1), milliseconds(0));
   self->start();
-  ASSERT_TRUE(fired.waitFor(std::chrono::seconds(5)));
+  ASSERT_TRUE(fired.waitFor(seconds(5)));
   std::this_thread::sleep_for(milliseconds(10));
   queue->sync([] {});
   EXPECT_EQ(selfFirings.load(), 1);
@@ -68,15 +69,14 @@ TEST(ManualTimerFactoryTest, FiresOnlyStartedLiveTimersOnTheirQueueAndLetsGoOfHa
   ManualTimerFactory factory;
   auto queue = NewSerialWorkQueue("q");
   auto held = std::make_shared<int>(0);
-  std::atomic<int> a{0};
-  std::atomic<int> b{0};
+  std::atomic<int> a{0}, b{0};
   std::atomic<bool> offQueue{false};
   auto first = factory.makeRepeatingTimer(queue, [&, held] {
     if (!queue->isCurrent()) offQueue = true;
     a.fetch_add(1);
   });
   auto second = factory.makeRepeatingTimer(queue, [&] { b.fetch_add(1); });
-  first->setSchedule(milliseconds(0), std::chrono::seconds(10), std::chrono::seconds(10));
+  first->setSchedule(milliseconds(0), seconds(10), seconds(10));
   EXPECT_EQ(factory.fireAll(), 0);  // nothing started
   first->start();
   EXPECT_EQ(factory.fireAll(), 1);
@@ -92,12 +92,9 @@ TEST(ManualTimerFactoryTest, FiresOnlyStartedLiveTimersOnTheirQueueAndLetsGoOfHa
 
   auto records = factory.timers();
   ASSERT_EQ(records.size(), 2u);
-  EXPECT_EQ(records[0].startDelay, milliseconds(0));
-  EXPECT_EQ(records[0].period, std::chrono::seconds(10));
-  EXPECT_EQ(records[0].leeway, std::chrono::seconds(10));
-  EXPECT_TRUE(records[0].started);
-  EXPECT_TRUE(records[0].cancelled);
-  EXPECT_EQ(records[0].firings, 2);
+  const auto& r = records[0];
+  EXPECT_EQ(std::make_tuple(r.startDelay, r.period, r.leeway, r.started, r.cancelled, r.firings),
+            std::make_tuple(milliseconds(0), seconds(10), seconds(10), true, true, 2));
   EXPECT_FALSE(records[1].started);
 }
 

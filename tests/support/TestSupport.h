@@ -1,9 +1,13 @@
 // Helpers shared by the test binaries.
 #pragma once
 
+#include <sys/types.h>
+
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/platform/RecordingLogBackend.h"
@@ -45,6 +49,38 @@ class TempDir final {
 // Writes `contents` to `path`, replacing it; fails the current test on error.
 void WriteFile(const std::string& path, const std::string& contents);
 std::string ReadFile(const std::string& path);
+// Whether anything, a dangling symbolic link included, is at `path`.
+bool PathExists(const std::string& path);
+
+// A program started in a child process with this process's environment less
+// its LUMVANE_* variables, plus `env`; its standard output and error go to
+// the files `outputPrefix`.out and `outputPrefix`.err. A child still running
+// when the object goes is killed. Use from the test's thread only.
+class ChildProcess final {
+ public:
+  ChildProcess(std::vector<std::string> argv, const std::vector<std::string>& env,
+               const std::string& outputPrefix);
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  // The exit status, or absent when the child ended by a signal or still ran
+  // after `limit` (it is then killed).
+  std::optional<int> wait(std::chrono::milliseconds limit);
+  // Whether `text` showed on the standard error within `limit`; gives up as
+  // soon as the child has ended without writing it.
+  bool waitForError(const std::string& text, std::chrono::milliseconds limit);
+  void signal(int signo);
+  std::string out() const { return ReadFile(outPath_); }
+  std::string err() const { return ReadFile(errPath_); }
+
+ private:
+  bool reaped(bool block);
+
+  pid_t pid_ = -1;
+  std::string outPath_, errPath_;
+  std::optional<int> status_;
+};
 
 // Puts a FakeInternalDiagnosticsCheck answering `answer` in place of the
 // process-wide internal-diagnostics check for the lifetime of the object,
