@@ -1,0 +1,161 @@
+// lumvane-signpost: its command line, then the program itself against a
+// private journald.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <vector>
+
+#include "SignpostCommandLine.h"
+#include "tests/emitter/JournalEntries.h"
+#include "tests/support/PrivateJournal.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane::testing {
+namespace {
+
+SignpostCommandLine ParseLine(std::vector<std::string> words) {
+  std::vector<char*> argv;
+  static char program[] = "lumvane-signpost";
+  argv.push_back(program);
+  for (auto& w : words) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  return SignpostCommandLine::Parse(int(argv.size()) - 1, argv.data());
+}
+
+TEST(SignpostCommandLine, RefusesWhatCouldNotPairOrRead) {
+  const std::vector<std::string> base = {"--subsystem", "s", "--category", "c"};
+  struct {
+    std::vector<std::string> words;
+    const char* errorPart;  // "" when the line is good
+  } cases[] = {
+      {{"begin", "--scope", "system"}, ""},
+      {{"end", "--pid", "1", "--id", "18446744073709551615"}, ""},
+      {{"event"}, ""},
+      {{"begin"}, "without --pid"},
+      {{"begin", "--scope", "process"}, "without --pid"},
+      {{"event", "--scope", "thread"}, "thread"},
+      {{"end", "--scope", "system"}, "--id"},
+      {{"end", "--scope", "system", "--id", "0"}, "non-zero"},
+      {{"end", "--scope", "system", "--id", "18446744073709551616"}, "--id"},
+      {{"end", "--scope", "system", "--id", "-1"}, "--id"},
+      {{"event", "--pid", "0"}, "--pid"},
+      {{"event", "--attribute", "k=1", "--attribute", "k=2"}, "twice"},
+      {{"event", "--attribute", "=v"}, "KEY=VALUE"},
+      {{"event", "--number1", "n=0x10"}, "NAME=NUMBER"},
+      {{"event", "--number2", "n=1."}, "NAME=NUMBER"},
+      {{"event", "--number1", "n=nan"}, "NAME=NUMBER"},
+      {{"event", "--number1", "n=1e999"}, "NAME=NUMBER"},
+      {{"event", "extra"}, "unexpected"},
+      {{"finish"}, "unknown command"},
+      {{"event", "--bogus"}, "--bogus"},
+  };
+  for (const auto& c : cases) {
+    auto words = c.words;
+    words.insert(words.begin() + 1, base.begin(), base.end());
+    auto line = ParseLine(words);
+    std::string shown = ::testing::PrintToString(words);
+    if (*c.errorPart == '\0') {
+      EXPECT_TRUE(line.ok()) << shown << ": " << line.error();
+    } else {
+      EXPECT_NE(line.error().find(c.errorPart), std::string::npos) << shown << ": " << line.error();
+    }
+  }
+  EXPECT_NE(ParseLine({"event"}).error().find("--subsystem"), std::string::npos);
+  EXPECT_TRUE(ParseLine({"--help"}).helpRequested());
+}
+
+TEST(SignpostCommandLine, NumbersTakeTheKindTheirTextReadsAs) {
+  struct {
+    const char* text;
+    lumvane_signpost_number_kind kind;
+  } cases[] = {
+      {"-9223372036854775808", LUMVANE_SIGNPOST_NUMBER_INT64},
+      {"-9223372036854775809", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
+      {"18446744073709551615", LUMVANE_SIGNPOST_NUMBER_UINT64},
+      {"18446744073709551616", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
+      {"007", LUMVANE_SIGNPOST_NUMBER_UINT64},
+      {"-1.5e3", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
+      {"0.25", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
+  };
+  for (const auto& c : cases) {
+    auto n = ParseSignpostNumber(c.text);
+    ASSERT_TRUE(n.has_value()) << c.text;
+    EXPECT_EQ(n->kind, c.kind) << c.text;
+  }
+  EXPECT_EQ(ParseSignpostNumber("-9223372036854775808")->value.i, INT64_MIN);
+  EXPECT_EQ(ParseSignpostNumber("-1.5e3")->value.d, -1500.0);
+  for (const char* bad : {"", "-", "+1", "1e", ".5", "01.5", "inf", "1,5"})
+    EXPECT_FALSE(ParseSignpostNumber(bad).has_value()) << bad;
+}
+
+const std::string kCommand = std::string(LUMVANE_BINARY_DIR) + "/signpost-command/lumvane-signpost";
+
+TEST(SignpostCommand, ScriptsPairInSystemScopeOrOnBehalfOfAProcess) {
+  auto started = PrivateJournal::Start(PrivateJournal::Options{});
+  if (!started.skip.empty()) GTEST_SKIP() << started.skip;
+  ASSERT_EQ(started.error, "");
+  TempDir dir;
+  auto run = [&](std::vector<std::string> args, const std::string& name) {
+    args.insert(args.begin(), kCommand);
+    ChildProcess child(args, {}, dir.file(name));
+    auto status = child.wait(std::chrono::seconds(10));
+    return std::make_pair(status.value_or(-1), child.out() + child.err());
+  };
+  auto [beginStatus, printedId] =
+      run({"begin", "--subsystem", "org.example.sh", "--category", "backup", "--name", "copy",
+           "--scope", "system", "--telemetry", "--string1", "Host=nas", "--number1", "Files=12",
+           "--attribute", "mode=full"},
+          "begin");
+  ASSERT_EQ(beginStatus, 0) << printedId;
+  ASSERT_FALSE(printedId.empty());
+  std::string id = printedId.substr(0, printedId.find('\n'));
+  EXPECT_EQ(run({"end", "--subsystem", "org.example.sh", "--category", "backup", "--name", "copy",
+                 "--scope", "system", "--id", id, "--number2", "Ratio=0.5"},
+                "end").first,
+            0);
+  // On behalf of a process that outlives both calls.
+  pid_t sleeper = fork();
+  ASSERT_GE(sleeper, 0);
+  if (sleeper == 0) {
+    execl("/bin/sleep", "sleep", "30", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  std::string pid = std::to_string(sleeper);
+  for (int tries = 0; tries < 400 && ReadFile("/proc/" + pid + "/comm") != "sleep\n"; ++tries)
+    usleep(5000);  // until it runs sleep
+  ASSERT_EQ(ReadFile("/proc/" + pid + "/comm"), "sleep\n");
+  EXPECT_EQ(run({"event", "--subsystem", "s", "--category", "c", "--pid", pid, "--id", "9"}, "ev").first, 0);
+  EXPECT_EQ(run({"event", "--subsystem", "s"}, "usage").first, 2);
+  ASSERT_EQ(started.journal->sync(), "");
+
+  auto entries = ReadSignpostEntries(PrivateJournal::kDirectory);
+  ASSERT_EQ(entries.size(), 3u);
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_TYPE"), "begin");
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_ID"), id);
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_SCOPE"), "system");
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_TELEMETRY"), "1");
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_STRING1_VALUE"), "nas");
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_NUMBER1_VALUE"), "12");
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_ATTRIBUTE"), "mode=full");
+  EXPECT_EQ(Field(entries[1], "SIGNPOST_TYPE"), "end");
+  EXPECT_EQ(Field(entries[1], "SIGNPOST_ID"), id);
+  EXPECT_EQ(Field(entries[1], "SIGNPOST_NUMBER2_VALUE"), "0.5");
+  EXPECT_EQ(Field(entries[2], "OBJECT_PID"), pid);
+  EXPECT_EQ(entries[2].find("OBJECT_COMM")->second, "sleep");
+  EXPECT_EQ(entries[2].find("OBJECT_EXE")->second.rfind("/sleep"),
+            entries[2].find("OBJECT_EXE")->second.size() - 6);
+  kill(sleeper, SIGKILL);
+  waitpid(sleeper, nullptr, 0);
+
+  // Without a journal the command says so and fails.
+  started.journal->stop(true);
+  auto [status, text] = run({"event", "--subsystem", "s", "--category", "c"}, "nojournal");
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(text.find("no journal"), std::string::npos) << text;
+}
+
+}  // namespace
+}  // namespace lumvane::testing
