@@ -5,6 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/PrivateJournal.h"
+
+// Starts a PrivateJournal named `var` in a test, skipping the test where the
+// machine cannot run one.
+#define START_JOURNAL(var, options)                                     \
+  auto var##_started = PrivateJournal::Start(options);                  \
+  if (!var##_started.skip.empty()) GTEST_SKIP() << var##_started.skip;  \
+  ASSERT_EQ(var##_started.error, "");                                   \
+  auto& var = *var##_started.journal
+
 namespace lumvane::testing {
 
 // Every field of an entry; a field given more than once has several values.
