@@ -37,16 +37,20 @@ struct entry {
   int heap_buf, heap_items, failed;
 };
 
-static int grow(void **block, int *on_heap, size_t elem, size_t *capacity, size_t need) {
-  size_t n = *capacity * 2;
-  while (n < need) n *= 2;
-  void *bigger = *on_heap ? realloc(*block, n * elem) : malloc(n * elem);
-  if (bigger == NULL) return -ENOMEM;
-  if (!*on_heap) memcpy(bigger, *block, *capacity * elem);
-  *block = bigger;
+/* A block of at least `need` elements of `elem` bytes holding the first
+ * `*capacity` of `block`, or NULL. The first growth leaves the stack. */
+static void *grow(void *block, int *on_heap, size_t elem, size_t *capacity, size_t need) {
+  size_t n = *capacity;
+  while (n < need) {
+    if (n > SIZE_MAX / 2 / elem) return NULL;
+    n *= 2;
+  }
+  void *bigger = *on_heap ? realloc(block, n * elem) : malloc(n * elem);
+  if (bigger == NULL) return NULL;
+  if (!*on_heap) memcpy(bigger, block, *capacity * elem);
   *on_heap = 1;
   *capacity = n;
-  return 0;
+  return bigger;
 }
 
 /* Appends the item `field`=`a`, or `field`=`a`=`b` when `b` is given. */
@@ -56,11 +60,21 @@ static void add_item(struct entry *e, const char *field, const char *a, size_t a
   size_t flen = strlen(field);
   size_t len = flen + 1 + alen + (b ? 1 + blen : 0);
   size_t need = e->used + len;
-  if ((need > e->size && grow((void **)&e->buf, &e->heap_buf, 1, &e->size, need) < 0) ||
-      (e->count == e->capacity &&
-       grow((void **)&e->items, &e->heap_items, sizeof *e->items, &e->capacity, e->count + 1) < 0)) {
-    e->failed = -ENOMEM;
-    return;
+  if (need > e->size) {
+    char *buf = grow(e->buf, &e->heap_buf, 1, &e->size, need);
+    if (buf == NULL) {
+      e->failed = -ENOMEM;
+      return;
+    }
+    e->buf = buf;
+  }
+  if (e->count == e->capacity) {
+    struct iovec *items = grow(e->items, &e->heap_items, sizeof *items, &e->capacity, e->count + 1);
+    if (items == NULL) {
+      e->failed = -ENOMEM;
+      return;
+    }
+    e->items = items;
   }
   char *p = e->buf + e->used;
   memcpy(p, field, flen);

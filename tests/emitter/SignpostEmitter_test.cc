@@ -143,6 +143,36 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
   }
 }
 
+TEST(SignpostEmitter, LargeEntriesArriveWhole) {
+  START_JOURNAL(journal, PrivateJournal::Options{});
+  // Far more items and bytes than an everyday entry: 150 attributes of 100
+  // characters each.
+  std::vector<std::string> keys, values;
+  std::multiset<std::string> expected;
+  for (int i = 0; i < 150; ++i) {
+    keys.push_back("k" + std::to_string(i));
+    values.push_back(std::string(100, char('a' + i % 26)));
+    expected.insert(keys.back() + "=" + values.back());
+  }
+  std::vector<lumvane_signpost_attribute> attributes;
+  for (int i = 0; i < 150; ++i) attributes.push_back({keys[i].c_str(), values[i].c_str()});
+  lumvane_signpost_args args{};
+  args.attributes = attributes.data();
+  args.attribute_count = attributes.size();
+  const lumvane_signpost sp = {"sub", "cat", "big", LUMVANE_SIGNPOST_SCOPE_PROCESS, 0};
+  ASSERT_EQ(lumvane_signpost_begin(&sp, 42, &args), 0);
+  ASSERT_EQ(journal.sync(), "");
+
+  auto entries = ReadSignpostEntries(PrivateJournal::kDirectory);
+  ASSERT_EQ(entries.size(), 1u);
+  std::multiset<std::string> stored;
+  for (auto [it, end] = entries[0].equal_range("SIGNPOST_ATTRIBUTE"); it != end; ++it)
+    stored.insert(it->second);
+  EXPECT_EQ(stored, expected);
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_ID"), "42");
+  EXPECT_EQ(Field(entries[0], "SIGNPOST_NAME"), "big");
+}
+
 TEST(SignpostEmitter, RefusesBadInputAndSendsNothing) {
   START_JOURNAL(journal, PrivateJournal::Options{});
   const lumvane_signpost good = {"sub", "cat", nullptr, LUMVANE_SIGNPOST_SCOPE_PROCESS, 0};
