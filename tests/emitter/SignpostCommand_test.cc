@@ -40,14 +40,10 @@ TEST(SignpostCommandLine, RefusesWhatCouldNotPairOrRead) {
       {{"end", "--scope", "system"}, "--id"},
       {{"end", "--scope", "system", "--id", "0"}, "non-zero"},
       {{"end", "--scope", "system", "--id", "18446744073709551616"}, "--id"},
-      {{"end", "--scope", "system", "--id", "-1"}, "--id"},
       {{"event", "--pid", "0"}, "--pid"},
       {{"event", "--attribute", "k=1", "--attribute", "k=2"}, "twice"},
       {{"event", "--attribute", "=v"}, "KEY=VALUE"},
       {{"event", "--number1", "n=0x10"}, "NAME=NUMBER"},
-      {{"event", "--number2", "n=1."}, "NAME=NUMBER"},
-      {{"event", "--number1", "n=nan"}, "NAME=NUMBER"},
-      {{"event", "--number1", "n=1e999"}, "NAME=NUMBER"},
       {{"event", "extra"}, "unexpected"},
       {{"finish"}, "unknown command"},
       {{"event", "--bogus"}, "--bogus"},
@@ -68,27 +64,24 @@ TEST(SignpostCommandLine, RefusesWhatCouldNotPairOrRead) {
 }
 
 TEST(SignpostCommandLine, NumbersTakeTheKindTheirTextReadsAs) {
+  const auto kInt = LUMVANE_SIGNPOST_NUMBER_INT64, kUint = LUMVANE_SIGNPOST_NUMBER_UINT64,
+             kDouble = LUMVANE_SIGNPOST_NUMBER_DOUBLE, kNone = LUMVANE_SIGNPOST_NUMBER_UNUSED;
   struct {
     const char* text;
     lumvane_signpost_number_kind kind;
   } cases[] = {
-      {"-9223372036854775808", LUMVANE_SIGNPOST_NUMBER_INT64},
-      {"-9223372036854775809", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
-      {"18446744073709551615", LUMVANE_SIGNPOST_NUMBER_UINT64},
-      {"18446744073709551616", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
-      {"007", LUMVANE_SIGNPOST_NUMBER_UINT64},
-      {"-1.5e3", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
-      {"0.25", LUMVANE_SIGNPOST_NUMBER_DOUBLE},
+      {"-9223372036854775808", kInt}, {"-9223372036854775809", kDouble},
+      {"18446744073709551615", kUint}, {"18446744073709551616", kDouble}, {"007", kUint},
+      {"-1.5e3", kDouble}, {"0.25", kDouble}, {"", kNone}, {"-", kNone}, {"+1", kNone},
+      {"1e", kNone}, {"1.", kNone}, {".5", kNone}, {"01.5", kNone}, {"inf", kNone},
+      {"nan", kNone}, {"1e999", kNone}, {"0x10", kNone}, {"1,5", kNone},
   };
   for (const auto& c : cases) {
     auto n = ParseSignpostNumber(c.text);
-    ASSERT_TRUE(n.has_value()) << c.text;
-    EXPECT_EQ(n->kind, c.kind) << c.text;
+    EXPECT_EQ(n ? n->kind : kNone, c.kind) << c.text;
   }
   EXPECT_EQ(ParseSignpostNumber("-9223372036854775808")->value.i, INT64_MIN);
   EXPECT_EQ(ParseSignpostNumber("-1.5e3")->value.d, -1500.0);
-  for (const char* bad : {"", "-", "+1", "1e", ".5", "01.5", "inf", "1,5"})
-    EXPECT_FALSE(ParseSignpostNumber(bad).has_value()) << bad;
 }
 
 const std::string kCommand = std::string(LUMVANE_BINARY_DIR) + "/signpost-command/lumvane-signpost";

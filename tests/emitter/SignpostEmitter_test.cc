@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
@@ -122,15 +123,13 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
       EXPECT_NE(Field(written, "SIGNPOST_ID"), "0");
       written.erase("SIGNPOST_ID");
     }
-    // For privileged senders journald adds the object's EXE and COMM as it
-    // sees them: the given values must be among those stored.
+    // journald adds its own OBJECT_EXE and OBJECT_COMM for privileged
+    // senders: the given value must be one of those stored.
     for (const char* field : {"OBJECT_EXE", "OBJECT_COMM"}) {
       auto given = cases[i].expected.find(field);
       if (given == cases[i].expected.end()) continue;
-      bool found = false;
-      for (auto [it, end] = written.equal_range(field); it != end; ++it)
-        found = found || it->second == given->second;
-      EXPECT_TRUE(found) << field << " lacks " << given->second;
+      auto [from, to] = written.equal_range(field);
+      EXPECT_NE(std::find(from, to, *given), to) << field;
       written.erase(field);
       written.insert(*given);
     }
@@ -139,7 +138,6 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
     std::uint64_t boottime = std::stoull(Field(entries[i], "SIGNPOST_BOOTTIME_NSEC"));
     EXPECT_GE(boottime, before);
     EXPECT_LE(boottime, after);
-    EXPECT_EQ(Field(entries[i], "_PID"), std::to_string(getpid()));
   }
 }
 
