@@ -5,8 +5,9 @@
  * with the same subsystem, category, name and ID form an interval, an event
  * stands alone. lumvaned reads these entries back once a day.
  *
- * Every function is safe to call from any thread at any time, never aborts
- * and never keeps a pointer it was given after it returns. A send is one
+ * Every function is safe to call from any thread (not from a signal
+ * handler: large entries allocate), never aborts and keeps no pointer it was
+ * given after it returns. A send is one
  * sd_journal_sendv(3) call; the library holds no lock of its own while
  * sending, so it blocks only as long as that call does (it waits while
  * journald's receive queue is full).
@@ -14,8 +15,9 @@
  * Errors come back as negative errno values:
  *   -EINVAL    a required field is missing or a value is outside its domain
  *              (see each function);
- *   -ENOTCONN  no journal is listening at /run/systemd/journal/socket, so the
- *              entry would be dropped;
+ *   -ENOTCONN  no journal socket at /run/systemd/journal/socket (where
+ *              libsystemd alone would drop the entry and report success);
+ *              a socket that nobody reads gives -ECONNREFUSED;
  *   -ENOMEM    out of memory while building the entry;
  *   other      what sd_journal_sendv(3) returned.
  *
