@@ -55,22 +55,33 @@ int Run(const char* const argv[]) {
 }
 
 // New user namespace mapping this user to root in it, and a new mount
-// namespace in which the machine's /run is hidden.
+// namespace in which the machine's /run is hidden. A refusal (EPERM, EACCES:
+// a security module may allow the namespace but not mounting in it) means
+// this machine cannot do it; anything else is an error.
 std::string EnterNamespaces(std::string* skip) {
+  auto refused = [skip](const std::string& what) {
+    std::string text = Errno(what);
+    if (errno == EPERM || errno == EACCES || errno == EINVAL || errno == ENOSPC) {
+      *skip = "this machine allows no private user and mount namespaces: " + text;
+      return std::string();
+    }
+    return text;
+  };
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);)
+    if (line.rfind("Threads:", 0) == 0 && std::stoi(line.substr(8)) != 1)
+      return "PrivateJournal::Start needs a single-threaded process; this one has" + line.substr(8);
   uid_t uid = geteuid();
   gid_t gid = getegid();
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-    *skip = Errno("this machine allows no private user and mount namespaces (unshare)");
-    return {};
-  }
+  if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return refused("unshare");
   if (!WriteText("/proc/self/setgroups", "deny") ||
       !WriteText("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
       !WriteText("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1"))
-    return Errno("mapping the user into the new namespace");
+    return refused("mapping the user into the new namespace");
   if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-    return Errno("making mounts private");
+    return refused("making mounts private");
   if (mount("tmpfs", "/run", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0)
-    return Errno("mounting a tmpfs on /run");
+    return refused("mounting a tmpfs on /run");
   for (const char* dir : {"/run/systemd", "/run/systemd/journal", "/run/systemd/journald.conf.d",
                           "/run/log", "/run/log/journal"})
     if (mkdir(dir, 0755) != 0) return Errno(std::string("creating ") + dir);
