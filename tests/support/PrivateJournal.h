@@ -23,6 +23,9 @@ class PrivateJournal final {
     bool rateLimit = true;
     // false: the namespaces and /run are set up, but no journald runs.
     bool startJournald = true;
+    // true: a tmpfs over /var/tmp too, so that a run of lumvane started in
+    // the namespace keeps its guard file to itself.
+    bool privateVarTmp = false;
   };
 
   // One of three outcomes: a running journal; `skip` set when this machine
