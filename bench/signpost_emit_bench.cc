@@ -15,8 +15,8 @@
 
 #include <algorithm>
 #include <cinttypes>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <string>
@@ -59,11 +59,10 @@ void BM_BareJournalSend(benchmark::State& state) {
         "MESSAGE=signpost begin org.example.app/net/fetch %" PRIu64, id, "PRIORITY=6",
         "SIGNPOST_TYPE=begin", "SIGNPOST_ID=%" PRIu64, id, "SIGNPOST_SCOPE=process",
         "SIGNPOST_SUBSYSTEM=org.example.app", "SIGNPOST_CATEGORY=net", "SIGNPOST_NAME=fetch",
-        "SIGNPOST_TELEMETRY=1", "SIGNPOST_STRING1_NAME=Host",
-        "SIGNPOST_STRING1_VALUE=example.org", "SIGNPOST_NUMBER1_NAME=Bytes",
-        "SIGNPOST_NUMBER1_VALUE=%" PRIu64, UINT64_C(1048576), "SIGNPOST_ATTRIBUTE=mode=fast",
-        "SIGNPOST_ATTRIBUTE=retries=0", "SIGNPOST_TID=%d", int(gettid()),
-        "SIGNPOST_BOOTTIME_NSEC=%" PRIu64, BoottimeNsec(), nullptr);
+        "SIGNPOST_TELEMETRY=1", "SIGNPOST_STRING1_NAME=Host", "SIGNPOST_STRING1_VALUE=example.org",
+        "SIGNPOST_NUMBER1_NAME=Bytes", "SIGNPOST_NUMBER1_VALUE=%" PRIu64, UINT64_C(1048576),
+        "SIGNPOST_ATTRIBUTE=mode=fast", "SIGNPOST_ATTRIBUTE=retries=0", "SIGNPOST_TID=%d",
+        int(gettid()), "SIGNPOST_BOOTTIME_NSEC=%" PRIu64, BoottimeNsec(), nullptr);
     if (r < 0) state.SkipWithError("sd_journal_send failed");
     ++id;
   }
@@ -114,9 +113,11 @@ class RatioReporter : public benchmark::ConsoleReporter {
 int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i)
     if (std::string(argv[i]) == "--help") {
-      std::printf("Usage: %s [Google Benchmark options]\n"
-                  "Compares one signpost with a bare sd_journal_send of the same fields,\n"
-                  "both sent to a private journald (needs user namespaces).\n", argv[0]);
+      std::printf(
+          "Usage: %s [Google Benchmark options]\n"
+          "Compares one signpost with a bare sd_journal_send of the same fields,\n"
+          "both sent to a private journald (needs user namespaces).\n",
+          argv[0]);
       return 0;
     }
   // Repetitions of both in random order, so that a slow spell of journald's
@@ -127,13 +128,14 @@ int main(int argc, char** argv) {
   // Before any thread exists: unshare(2) needs a single-threaded process.
   auto started = lumvane::testing::PrivateJournal::Start({/*rateLimit=*/false, true});
   if (!started.journal) {
-    std::fprintf(stderr, "signpost_emit_bench: no private journald: %s%s\n",
-                 started.skip.c_str(), started.error.c_str());
+    std::fprintf(stderr, "signpost_emit_bench: no private journald: %s%s\n", started.skip.c_str(),
+                 started.error.c_str());
     return 1;
   }
   gJournal = started.journal.get();
   for (const Shape& shape : kShapes)
-    for (auto [name, fn] : {std::make_pair("bare", BM_BareJournalSend), std::make_pair("signpost", BM_Signpost)})
+    for (auto [name, fn] :
+         {std::make_pair("bare", BM_BareJournalSend), std::make_pair("signpost", BM_Signpost)})
       benchmark::RegisterBenchmark((std::string(name) + "/" + shape.name).c_str(), fn)
           ->Iterations(shape.iterations)
           ->Repetitions(shape.repetitions)
@@ -143,12 +145,14 @@ int main(int argc, char** argv) {
   // Wall time includes any wait for journald; CPU time is the sender's own
   // work.
   for (const Shape& shape : kShapes)
-    for (auto [label, times] : {std::make_pair("wall", &reporter.real_), std::make_pair("CPU", &reporter.cpu_)}) {
+    for (auto [label, times] :
+         {std::make_pair("wall", &reporter.real_), std::make_pair("CPU", &reporter.cpu_)}) {
       double base = (*times)[std::string("bare/") + shape.name];
       double ours = (*times)[std::string("signpost/") + shape.name];
       if (base > 0 && ours > 0)
-        std::printf("%-9s signpost / bare sd_journal_send, median %-4s time: %.3fx (goal <= 1.2x)\n",
-                    shape.name, label, ours / base);
+        std::printf(
+            "%-9s signpost / bare sd_journal_send, median %-4s time: %.3fx (goal <= 1.2x)\n",
+            shape.name, label, ours / base);
     }
   gPeakRssAnonKb = std::max(gPeakRssAnonKb, RssAnonKb());
   std::printf("peak RssAnon between runs: %ld kB\n", gPeakRssAnonKb);

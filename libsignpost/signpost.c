@@ -7,6 +7,8 @@
 #define _GNU_SOURCE
 #define SD_JOURNAL_SUPPRESS_LOCATION /* no CODE_FILE/CODE_LINE/CODE_FUNC fields */
 
+#include "lumvane/signpost.h"
+
 #include <errno.h>
 #include <stdint.h>
 #include <stdlib.h>
@@ -17,7 +19,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "lumvane/signpost.h"
 #include "signpost_number.h"
 
 #define EXPORT __attribute__((visibility("default")))
@@ -54,8 +55,8 @@ static void *grow(void *block, int *on_heap, size_t elem, size_t *capacity, size
 }
 
 /* Appends the item `field`=`a`, or `field`=`a`=`b` when `b` is given. */
-static void add_item(struct entry *e, const char *field, const char *a, size_t alen,
-                     const char *b, size_t blen) {
+static void add_item(struct entry *e, const char *field, const char *a, size_t alen, const char *b,
+                     size_t blen) {
   if (e->failed) return;
   size_t flen = strlen(field);
   size_t len = flen + 1 + alen + (b ? 1 + blen : 0);
@@ -151,8 +152,8 @@ static void add_message(struct entry *e, lumvane_signpost_type type, const lumva
   lumvane_signpost_number n = {"", LUMVANE_SIGNPOST_NUMBER_UINT64, {.u = id}};
   signpost_format_number(&n, idtext);
   const char *name = sp->name ? sp->name : "";
-  const char *parts[] = {"signpost ", type_names[type], " ", sp->subsystem, "/", sp->category,
-                         *name ? "/" : "", name, " ", idtext};
+  const char *parts[] = {"signpost ",  type_names[type], " ",  sp->subsystem, "/",
+                         sp->category, *name ? "/" : "", name, " ",           idtext};
   size_t len = 0;
   for (size_t i = 0; i < sizeof parts / sizeof *parts; ++i) len += strlen(parts[i]);
   char stack[256];

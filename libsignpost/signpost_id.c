@@ -32,8 +32,8 @@ static void seed_ids(void) {
      * process and moment apart. */
     struct timespec now = {0, 0};
     clock_gettime(CLOCK_BOOTTIME, &now);
-    start = mix64((uint64_t)getpid() ^ mix64((uint64_t)now.tv_sec * 1000000000u +
-                                             (uint64_t)now.tv_nsec));
+    start = mix64((uint64_t)getpid() ^
+                  mix64((uint64_t)now.tv_sec * 1000000000u + (uint64_t)now.tv_nsec));
   }
   atomic_store(&next_id, start);
 }

@@ -51,7 +51,7 @@ static int format_double(double value, char *out) {
   }
   uselocale(previous);
   if (len < 0 || len >= SIGNPOST_NUMBER_TEXT_MAX - 2) return -EINVAL;
-  if (strpbrk(out, ".e") == NULL) {  /* "3" or "-0" would read as integers */
+  if (strpbrk(out, ".e") == NULL) { /* "3" or "-0" would read as integers */
     memcpy(out + len, ".0", 3);
     len += 2;
   }

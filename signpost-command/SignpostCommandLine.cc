@@ -50,8 +50,21 @@ std::optional<std::pair<std::string, std::string>> SplitPair(const char* text) {
 }
 
 enum Option {
-  kSubsystem = 256, kCategory, kName, kId, kScope, kPid, kTelemetry, kAnimation,
-  kString1, kString2, kNumber1, kNumber2, kAttribute, kMessage, kHelp
+  kSubsystem = 256,
+  kCategory,
+  kName,
+  kId,
+  kScope,
+  kPid,
+  kTelemetry,
+  kAnimation,
+  kString1,
+  kString2,
+  kNumber1,
+  kNumber2,
+  kAttribute,
+  kMessage,
+  kHelp
 };
 
 const option kOptions[] = {
@@ -122,19 +135,35 @@ SignpostCommandLine SignpostCommandLine::Parse(int argc, char* const argv[]) {
         if (command) return fail(std::string("unexpected argument '") + arg + "'");
         command = arg;
         break;
-      case kSubsystem: c.subsystem_ = arg; break;
-      case kCategory: c.category_ = arg; break;
-      case kName: c.name_ = arg; break;
-      case kMessage: c.message_ = arg; c.hasMessage_ = true; break;
-      case kTelemetry: c.flags_ |= LUMVANE_SIGNPOST_TELEMETRY; break;
-      case kAnimation: c.flags_ |= LUMVANE_SIGNPOST_ANIMATION; break;
-      case kHelp: c.help_ = true; return c;
+      case kSubsystem:
+        c.subsystem_ = arg;
+        break;
+      case kCategory:
+        c.category_ = arg;
+        break;
+      case kName:
+        c.name_ = arg;
+        break;
+      case kMessage:
+        c.message_ = arg;
+        c.hasMessage_ = true;
+        break;
+      case kTelemetry:
+        c.flags_ |= LUMVANE_SIGNPOST_TELEMETRY;
+        break;
+      case kAnimation:
+        c.flags_ |= LUMVANE_SIGNPOST_ANIMATION;
+        break;
+      case kHelp:
+        c.help_ = true;
+        return c;
       case kId: {
         std::uint64_t id = 0;
         const char* end = arg + std::strlen(arg);
         auto [p, ec] = std::from_chars(arg, end, id);
         if (!IsDigits(arg, end) || ec != std::errc() || p != end || id == 0)
-          return fail(std::string("--id: '") + arg + "' is not a non-zero unsigned 64-bit decimal number");
+          return fail(std::string("--id: '") + arg +
+                      "' is not a non-zero unsigned 64-bit decimal number");
         c.id_ = id;
         break;
       }
@@ -145,7 +174,8 @@ SignpostCommandLine SignpostCommandLine::Parse(int argc, char* const argv[]) {
         } else if (std::strcmp(arg, "system") == 0) {
           c.scope_ = LUMVANE_SIGNPOST_SCOPE_SYSTEM;
         } else if (std::strcmp(arg, "thread") == 0) {
-          return fail("--scope thread: each call is its own process and thread, so no end could pair");
+          return fail(
+              "--scope thread: each call is its own process and thread, so no end could pair");
         } else {
           return fail(std::string("--scope: '") + arg + "' is neither process nor system");
         }
@@ -202,7 +232,8 @@ SignpostCommandLine SignpostCommandLine::Parse(int argc, char* const argv[]) {
   }
   if (c.subsystem_.empty()) return fail("--subsystem is required");
   if (c.category_.empty()) return fail("--category is required");
-  if (c.type_ == LUMVANE_SIGNPOST_END && !c.id_) return fail("end needs the --id its begin printed");
+  if (c.type_ == LUMVANE_SIGNPOST_END && !c.id_)
+    return fail("end needs the --id its begin printed");
   if (c.type_ != LUMVANE_SIGNPOST_EVENT && c.scope_ == LUMVANE_SIGNPOST_SCOPE_PROCESS &&
       c.objectPid_ == 0)
     return fail(std::string(scopeGiven ? "--scope process" : "process scope (the default)") +
@@ -226,7 +257,8 @@ lumvane_signpost_args SignpostCommandLine::args(const std::string& objectExe,
     }
   }
   attributes_.clear();
-  for (const auto& [key, value] : attributeTexts_) attributes_.push_back({key.c_str(), value.c_str()});
+  for (const auto& [key, value] : attributeTexts_)
+    attributes_.push_back({key.c_str(), value.c_str()});
   a.attributes = attributes_.data();
   a.attribute_count = attributes_.size();
   a.message = hasMessage_ ? message_.c_str() : nullptr;

@@ -7,6 +7,7 @@
 // is thread scope.
 #pragma once
 
+#include <lumvane/signpost.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -14,8 +15,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <lumvane/signpost.h>
 
 namespace lumvane {
 

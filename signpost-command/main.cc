@@ -62,6 +62,7 @@ int main(int argc, char* argv[]) {
                  std::strerror(-r));
     return r == -EINVAL ? 2 : 1;
   }
-  if (line.type() == LUMVANE_SIGNPOST_BEGIN && !line.id()) std::printf("%llu\n", static_cast<unsigned long long>(id));
+  if (line.type() == LUMVANE_SIGNPOST_BEGIN && !line.id())
+    std::printf("%llu\n", static_cast<unsigned long long>(id));
   return 0;
 }

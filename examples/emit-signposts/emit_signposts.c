@@ -9,7 +9,6 @@
  *   cc emit_signposts.c $(pkg-config --cflags --libs lumvane-signpost) -o emit-signposts
  */
 #include <lumvane/signpost.h>
-
 #include <stdio.h>
 #include <string.h>
 #include <time.h>

@@ -36,9 +36,12 @@ std::vector<JournalEntry> ReadSignpostEntries(const std::string& directory) {
 
 std::string Field(const JournalEntry& entry, const std::string& field) {
   switch (entry.count(field)) {
-    case 0: return "<absent>";
-    case 1: return entry.find(field)->second;
-    default: return "<repeated>";
+    case 0:
+      return "<absent>";
+    case 1:
+      return entry.find(field)->second;
+    default:
+      return "<repeated>";
   }
 }
 

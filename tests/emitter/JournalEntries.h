@@ -9,10 +9,10 @@
 
 // Starts a PrivateJournal named `var` in a test, skipping the test where the
 // machine cannot run one.
-#define START_JOURNAL(var, options)                                     \
-  auto var##_started = PrivateJournal::Start(options);                  \
-  if (!var##_started.skip.empty()) GTEST_SKIP() << var##_started.skip;  \
-  ASSERT_EQ(var##_started.error, "");                                   \
+#define START_JOURNAL(var, options)                                    \
+  auto var##_started = PrivateJournal::Start(options);                 \
+  if (!var##_started.skip.empty()) GTEST_SKIP() << var##_started.skip; \
+  ASSERT_EQ(var##_started.error, "");                                  \
   auto& var = *var##_started.journal
 
 namespace lumvane::testing {

@@ -70,11 +70,25 @@ TEST(SignpostCommandLine, NumbersTakeTheKindTheirTextReadsAs) {
     const char* text;
     lumvane_signpost_number_kind kind;
   } cases[] = {
-      {"-9223372036854775808", kInt}, {"-9223372036854775809", kDouble},
-      {"18446744073709551615", kUint}, {"18446744073709551616", kDouble}, {"007", kUint},
-      {"-1.5e3", kDouble}, {"0.25", kDouble}, {"", kNone}, {"-", kNone}, {"+1", kNone},
-      {"1e", kNone}, {"1.", kNone}, {".5", kNone}, {"01.5", kNone}, {"inf", kNone},
-      {"nan", kNone}, {"1e999", kNone}, {"0x10", kNone}, {"1,5", kNone},
+      {"-9223372036854775808", kInt},
+      {"-9223372036854775809", kDouble},
+      {"18446744073709551615", kUint},
+      {"18446744073709551616", kDouble},
+      {"007", kUint},
+      {"-1.5e3", kDouble},
+      {"0.25", kDouble},
+      {"", kNone},
+      {"-", kNone},
+      {"+1", kNone},
+      {"1e", kNone},
+      {"1.", kNone},
+      {".5", kNone},
+      {"01.5", kNone},
+      {"inf", kNone},
+      {"nan", kNone},
+      {"1e999", kNone},
+      {"0x10", kNone},
+      {"1,5", kNone},
   };
   for (const auto& c : cases) {
     auto n = ParseSignpostNumber(c.text);
@@ -96,7 +110,7 @@ TEST(SignpostCommand, ScriptsPairInSystemScopeOrOnBehalfOfAProcess) {
     return std::make_pair(status.value_or(-1), child.out() + child.err());
   };
   const std::vector<std::string> copy = {"--subsystem", "org.example.sh", "--category", "backup",
-                                         "--name", "copy", "--scope", "system"};
+                                         "--name",      "copy",           "--scope",    "system"};
   auto with = [&copy](std::vector<std::string> words) {
     words.insert(words.begin() + 1, copy.begin(), copy.end());
     return words;
@@ -130,17 +144,19 @@ TEST(SignpostCommand, ScriptsPairInSystemScopeOrOnBehalfOfAProcess) {
     const char* field;
     std::string value;
   } expected[] = {
-      {0, "SIGNPOST_TYPE", "begin"}, {0, "SIGNPOST_ID", id}, {0, "SIGNPOST_SCOPE", "system"},
-      {0, "SIGNPOST_NAME", "copy"}, {0, "SIGNPOST_TELEMETRY", "1"},
-      {0, "SIGNPOST_STRING1_VALUE", "nas"}, {0, "SIGNPOST_NUMBER1_VALUE", "12"},
-      {0, "SIGNPOST_ATTRIBUTE", "mode=full"}, {1, "SIGNPOST_TYPE", "end"}, {1, "SIGNPOST_ID", id},
+      {0, "SIGNPOST_TYPE", "begin"},         {0, "SIGNPOST_ID", id},
+      {0, "SIGNPOST_SCOPE", "system"},       {0, "SIGNPOST_NAME", "copy"},
+      {0, "SIGNPOST_TELEMETRY", "1"},        {0, "SIGNPOST_STRING1_VALUE", "nas"},
+      {0, "SIGNPOST_NUMBER1_VALUE", "12"},   {0, "SIGNPOST_ATTRIBUTE", "mode=full"},
+      {1, "SIGNPOST_TYPE", "end"},           {1, "SIGNPOST_ID", id},
       {1, "SIGNPOST_NUMBER2_NAME", "Ratio"}, {1, "SIGNPOST_NUMBER2_VALUE", "0.5"},
-      {2, "SIGNPOST_TYPE", "event"}, {2, "OBJECT_PID", pid},
+      {2, "SIGNPOST_TYPE", "event"},         {2, "OBJECT_PID", pid},
   };
   for (const auto& e : expected) EXPECT_EQ(Field(entries[e.entry], e.field), e.value) << e.field;
   // journald may add its own copy of these for privileged senders.
   EXPECT_EQ(entries[2].find("OBJECT_COMM")->second, "sleep");
-  EXPECT_EQ(entries[2].find("OBJECT_EXE")->second, std::filesystem::canonical("/bin/sleep").string());
+  EXPECT_EQ(entries[2].find("OBJECT_EXE")->second,
+            std::filesystem::canonical("/bin/sleep").string());
 
   // Without a journal the command says so and fails.
   journal.stop(true);

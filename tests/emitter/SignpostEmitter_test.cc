@@ -2,7 +2,6 @@
 // is read back field by field with sd-journal.
 #include <gtest/gtest.h>
 #include <lumvane/signpost.h>
-#include <lumvane/signpost.hpp>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <lumvane/signpost.hpp>
 #include <set>
 #include <thread>
 
@@ -61,52 +61,97 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
   const std::uint64_t kMaxId = std::numeric_limits<std::uint64_t>::max();
   const std::string kMid = "0c7e0296aa5f4fc7af2af7a970a22d31";
   std::vector<EmitCase> cases = {
-      {"begin with every argument", LUMVANE_SIGNPOST_BEGIN,
+      {"begin with every argument",
+       LUMVANE_SIGNPOST_BEGIN,
        {"org.example.app", "net", "fetch", LUMVANE_SIGNPOST_SCOPE_THREAD,
         LUMVANE_SIGNPOST_TELEMETRY | LUMVANE_SIGNPOST_ANIMATION},
        kMaxId,
        {{{"Host", "example.org"}, {"Path", nullptr}},
         {{"Small", LUMVANE_SIGNPOST_NUMBER_INT64, {.i = std::numeric_limits<std::int64_t>::min()}},
          {"Big", LUMVANE_SIGNPOST_NUMBER_UINT64, {.u = kMaxId}}},
-        kAttributes, 3, nullptr, 0, nullptr, nullptr},
-       {{"MESSAGE_ID", kMid}, {"PRIORITY", "6"},
+        kAttributes,
+        3,
+        nullptr,
+        0,
+        nullptr,
+        nullptr},
+       {{"MESSAGE_ID", kMid},
+        {"PRIORITY", "6"},
         {"MESSAGE", "signpost begin org.example.app/net/fetch 18446744073709551615"},
-        {"SIGNPOST_TYPE", "begin"}, {"SIGNPOST_ID", "18446744073709551615"},
-        {"SIGNPOST_SCOPE", "thread"}, {"SIGNPOST_SUBSYSTEM", "org.example.app"},
-        {"SIGNPOST_CATEGORY", "net"}, {"SIGNPOST_NAME", "fetch"}, {"SIGNPOST_TELEMETRY", "1"},
-        {"SIGNPOST_ANIMATION", "1"}, {"SIGNPOST_STRING1_NAME", "Host"},
-        {"SIGNPOST_STRING1_VALUE", "example.org"}, {"SIGNPOST_STRING2_NAME", "Path"},
-        {"SIGNPOST_STRING2_VALUE", ""}, {"SIGNPOST_NUMBER1_NAME", "Small"},
-        {"SIGNPOST_NUMBER1_VALUE", "-9223372036854775808"}, {"SIGNPOST_NUMBER2_NAME", "Big"},
-        {"SIGNPOST_NUMBER2_VALUE", "18446744073709551615"}, {"SIGNPOST_ATTRIBUTE", "mode=fast\nslow"},
-        {"SIGNPOST_ATTRIBUTE", "query=a=b"}, {"SIGNPOST_ATTRIBUTE", "empty="}}},
+        {"SIGNPOST_TYPE", "begin"},
+        {"SIGNPOST_ID", "18446744073709551615"},
+        {"SIGNPOST_SCOPE", "thread"},
+        {"SIGNPOST_SUBSYSTEM", "org.example.app"},
+        {"SIGNPOST_CATEGORY", "net"},
+        {"SIGNPOST_NAME", "fetch"},
+        {"SIGNPOST_TELEMETRY", "1"},
+        {"SIGNPOST_ANIMATION", "1"},
+        {"SIGNPOST_STRING1_NAME", "Host"},
+        {"SIGNPOST_STRING1_VALUE", "example.org"},
+        {"SIGNPOST_STRING2_NAME", "Path"},
+        {"SIGNPOST_STRING2_VALUE", ""},
+        {"SIGNPOST_NUMBER1_NAME", "Small"},
+        {"SIGNPOST_NUMBER1_VALUE", "-9223372036854775808"},
+        {"SIGNPOST_NUMBER2_NAME", "Big"},
+        {"SIGNPOST_NUMBER2_VALUE", "18446744073709551615"},
+        {"SIGNPOST_ATTRIBUTE", "mode=fast\nslow"},
+        {"SIGNPOST_ATTRIBUTE", "query=a=b"},
+        {"SIGNPOST_ATTRIBUTE", "empty="}}},
       // Doubles keep a fraction or exponent, so 3.0 and -0.0 stay floats; an
       // animation flag is written on begins only.
-      {"end with doubles", LUMVANE_SIGNPOST_END,
-       {"org.example.app", "net", nullptr, LUMVANE_SIGNPOST_SCOPE_SYSTEM, LUMVANE_SIGNPOST_ANIMATION},
+      {"end with doubles",
+       LUMVANE_SIGNPOST_END,
+       {"org.example.app", "net", nullptr, LUMVANE_SIGNPOST_SCOPE_SYSTEM,
+        LUMVANE_SIGNPOST_ANIMATION},
        7,
        {{},
         {{"Whole", LUMVANE_SIGNPOST_NUMBER_DOUBLE, {.d = 3.0}},
          {"Tenth", LUMVANE_SIGNPOST_NUMBER_DOUBLE, {.d = 0.1}}},
-        nullptr, 0, "custom line", 0, nullptr, nullptr},
-       {{"MESSAGE_ID", kMid}, {"PRIORITY", "6"}, {"MESSAGE", "custom line"},
-        {"SIGNPOST_TYPE", "end"}, {"SIGNPOST_ID", "7"}, {"SIGNPOST_SCOPE", "system"},
-        {"SIGNPOST_SUBSYSTEM", "org.example.app"}, {"SIGNPOST_CATEGORY", "net"},
-        {"SIGNPOST_NUMBER1_NAME", "Whole"}, {"SIGNPOST_NUMBER1_VALUE", "3.0"},
-        {"SIGNPOST_NUMBER2_NAME", "Tenth"}, {"SIGNPOST_NUMBER2_VALUE", "0.1"}}},
-      {"event on behalf of a process, emitter's ID", LUMVANE_SIGNPOST_EVENT,
+        nullptr,
+        0,
+        "custom line",
+        0,
+        nullptr,
+        nullptr},
+       {{"MESSAGE_ID", kMid},
+        {"PRIORITY", "6"},
+        {"MESSAGE", "custom line"},
+        {"SIGNPOST_TYPE", "end"},
+        {"SIGNPOST_ID", "7"},
+        {"SIGNPOST_SCOPE", "system"},
+        {"SIGNPOST_SUBSYSTEM", "org.example.app"},
+        {"SIGNPOST_CATEGORY", "net"},
+        {"SIGNPOST_NUMBER1_NAME", "Whole"},
+        {"SIGNPOST_NUMBER1_VALUE", "3.0"},
+        {"SIGNPOST_NUMBER2_NAME", "Tenth"},
+        {"SIGNPOST_NUMBER2_VALUE", "0.1"}}},
+      {"event on behalf of a process, emitter's ID",
+       LUMVANE_SIGNPOST_EVENT,
        {"sub", "cat", "", LUMVANE_SIGNPOST_SCOPE_PROCESS, 0},
        0,
        {{},
         {{"Neg", LUMVANE_SIGNPOST_NUMBER_DOUBLE, {.d = -0.0}},
          {"Nan", LUMVANE_SIGNPOST_NUMBER_DOUBLE, {.d = std::nan("")}}},
-        nullptr, 0, "x", getpid(), "/opt/Tool.AppDir/tool", "tool"},
-       {{"MESSAGE_ID", kMid}, {"PRIORITY", "6"}, {"MESSAGE", "x"}, {"SIGNPOST_TYPE", "event"},
-        {"SIGNPOST_SCOPE", "process"}, {"SIGNPOST_SUBSYSTEM", "sub"},
-        {"SIGNPOST_CATEGORY", "cat"}, {"SIGNPOST_NUMBER1_NAME", "Neg"},
-        {"SIGNPOST_NUMBER1_VALUE", "-0.0"}, {"SIGNPOST_NUMBER2_NAME", "Nan"},
-        {"SIGNPOST_NUMBER2_VALUE", "nan"}, {"OBJECT_PID", std::to_string(getpid())},
-        {"OBJECT_EXE", "/opt/Tool.AppDir/tool"}, {"OBJECT_COMM", "tool"}}},
+        nullptr,
+        0,
+        "x",
+        getpid(),
+        "/opt/Tool.AppDir/tool",
+        "tool"},
+       {{"MESSAGE_ID", kMid},
+        {"PRIORITY", "6"},
+        {"MESSAGE", "x"},
+        {"SIGNPOST_TYPE", "event"},
+        {"SIGNPOST_SCOPE", "process"},
+        {"SIGNPOST_SUBSYSTEM", "sub"},
+        {"SIGNPOST_CATEGORY", "cat"},
+        {"SIGNPOST_NUMBER1_NAME", "Neg"},
+        {"SIGNPOST_NUMBER1_VALUE", "-0.0"},
+        {"SIGNPOST_NUMBER2_NAME", "Nan"},
+        {"SIGNPOST_NUMBER2_VALUE", "nan"},
+        {"OBJECT_PID", std::to_string(getpid())},
+        {"OBJECT_EXE", "/opt/Tool.AppDir/tool"},
+        {"OBJECT_COMM", "tool"}}},
   };
   std::uint64_t before = BoottimeNsec();
   for (const auto& c : cases)
@@ -182,26 +227,53 @@ TEST(SignpostEmitter, RefusesBadInputAndSendsNothing) {
     std::uint64_t id;
     Tweak tweak;
   } cases[] = {
-      {"no subsystem", LUMVANE_SIGNPOST_EVENT, {nullptr, "cat", nullptr, LUMVANE_SIGNPOST_SCOPE_PROCESS, 0}, 1, nullptr},
-      {"empty category", LUMVANE_SIGNPOST_EVENT, {"sub", "", nullptr, LUMVANE_SIGNPOST_SCOPE_PROCESS, 0}, 1, nullptr},
-      {"unknown scope", LUMVANE_SIGNPOST_EVENT, {"sub", "cat", nullptr, lumvane_signpost_scope(3), 0}, 1, nullptr},
+      {"no subsystem",
+       LUMVANE_SIGNPOST_EVENT,
+       {nullptr, "cat", nullptr, LUMVANE_SIGNPOST_SCOPE_PROCESS, 0},
+       1,
+       nullptr},
+      {"empty category",
+       LUMVANE_SIGNPOST_EVENT,
+       {"sub", "", nullptr, LUMVANE_SIGNPOST_SCOPE_PROCESS, 0},
+       1,
+       nullptr},
+      {"unknown scope",
+       LUMVANE_SIGNPOST_EVENT,
+       {"sub", "cat", nullptr, lumvane_signpost_scope(3), 0},
+       1,
+       nullptr},
       {"unknown type", lumvane_signpost_type(3), good, 1, nullptr},
       {"begin without ID", LUMVANE_SIGNPOST_BEGIN, good, 0, nullptr},
       {"end without ID", LUMVANE_SIGNPOST_END, good, 0, nullptr},
       {"number without name", LUMVANE_SIGNPOST_EVENT, good, 1,
-       [](lumvane_signpost_args& a) { a.numbers[0] = {nullptr, LUMVANE_SIGNPOST_NUMBER_INT64, {.i = 1}}; }},
+       [](lumvane_signpost_args& a) {
+         a.numbers[0] = {nullptr, LUMVANE_SIGNPOST_NUMBER_INT64, {.i = 1}};
+       }},
       {"unknown number kind", LUMVANE_SIGNPOST_EVENT, good, 1,
-       [](lumvane_signpost_args& a) { a.numbers[1] = {"n", lumvane_signpost_number_kind(4), {.i = 1}}; }},
+       [](lumvane_signpost_args& a) {
+         a.numbers[1] = {"n", lumvane_signpost_number_kind(4), {.i = 1}};
+       }},
       {"key given twice", LUMVANE_SIGNPOST_EVENT, good, 1,
-       [](lumvane_signpost_args& a) { a.attributes = kTwice; a.attribute_count = 2; }},
+       [](lumvane_signpost_args& a) {
+         a.attributes = kTwice;
+         a.attribute_count = 2;
+       }},
       {"key with =", LUMVANE_SIGNPOST_EVENT, good, 1,
-       [](lumvane_signpost_args& a) { a.attributes = kWithEq; a.attribute_count = 1; }},
+       [](lumvane_signpost_args& a) {
+         a.attributes = kWithEq;
+         a.attribute_count = 1;
+       }},
       {"empty key", LUMVANE_SIGNPOST_EVENT, good, 1,
-       [](lumvane_signpost_args& a) { a.attributes = kEmptyKey; a.attribute_count = 1; }},
+       [](lumvane_signpost_args& a) {
+         a.attributes = kEmptyKey;
+         a.attribute_count = 1;
+       }},
       {"attributes missing", LUMVANE_SIGNPOST_EVENT, good, 1,
        [](lumvane_signpost_args& a) { a.attribute_count = 1; }},
-      {"thread scope for another process", LUMVANE_SIGNPOST_EVENT,
-       {"sub", "cat", nullptr, LUMVANE_SIGNPOST_SCOPE_THREAD, 0}, 1,
+      {"thread scope for another process",
+       LUMVANE_SIGNPOST_EVENT,
+       {"sub", "cat", nullptr, LUMVANE_SIGNPOST_SCOPE_THREAD, 0},
+       1,
        [](lumvane_signpost_args& a) { a.object_pid = 1; }},
       {"negative process", LUMVANE_SIGNPOST_EVENT, good, 1,
        [](lumvane_signpost_args& a) { a.object_pid = -1; }},
@@ -300,10 +372,12 @@ TEST(ScopedSignpost, EndsOnceWithTheBeginsId) {
   ASSERT_EQ(journal.sync(), "");
   auto entries = ReadSignpostEntries(PrivateJournal::kDirectory);
   std::vector<std::pair<std::string, std::string>> seen;
-  for (const auto& e : entries) seen.emplace_back(Field(e, "SIGNPOST_TYPE"), Field(e, "SIGNPOST_ID"));
-  std::vector<std::pair<std::string, std::string>> expected = {
-      {"begin", std::to_string(first)}, {"begin", std::to_string(second)},
-      {"end", std::to_string(second)}, {"end", std::to_string(first)}};
+  for (const auto& e : entries)
+    seen.emplace_back(Field(e, "SIGNPOST_TYPE"), Field(e, "SIGNPOST_ID"));
+  std::vector<std::pair<std::string, std::string>> expected = {{"begin", std::to_string(first)},
+                                                               {"begin", std::to_string(second)},
+                                                               {"end", std::to_string(second)},
+                                                               {"end", std::to_string(first)}};
   EXPECT_EQ(seen, expected);
 }
 

@@ -98,7 +98,8 @@ PrivateJournal::Started PrivateJournal::Start(const Options& options) {
   }
   started.error = EnterNamespaces(&started.skip);
   if (!started.skip.empty() || !started.error.empty()) return started;
-  if (options.privateVarTmp && mount("tmpfs", "/var/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
+  if (options.privateVarTmp &&
+      mount("tmpfs", "/var/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
     started.error = Errno("mounting a tmpfs on /var/tmp");
     return started;
   }

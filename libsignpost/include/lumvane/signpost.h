@@ -65,11 +65,11 @@ typedef enum lumvane_signpost_type {
 
 /* What a signpost is: usually one static const object per call site. */
 typedef struct lumvane_signpost {
-  const char *subsystem;        /* required, non-empty */
-  const char *category;         /* required, non-empty */
-  const char *name;             /* NULL or "" for none */
+  const char *subsystem; /* required, non-empty */
+  const char *category;  /* required, non-empty */
+  const char *name;      /* NULL or "" for none */
   lumvane_signpost_scope scope;
-  unsigned flags;               /* LUMVANE_SIGNPOST_TELEMETRY | ..._ANIMATION */
+  unsigned flags; /* LUMVANE_SIGNPOST_TELEMETRY | ..._ANIMATION */
 } lumvane_signpost;
 
 /* A string argument; a NULL name leaves the slot unused. */
@@ -139,8 +139,8 @@ uint64_t lumvane_signpost_id_generate(void);
  * number without a name, a bad or repeated attribute key, and a thread-scope
  * signpost sent on behalf of another process are -EINVAL. Returns 0 once the
  * journal took the entry. */
-int lumvane_signpost_emit(lumvane_signpost_type type, const lumvane_signpost *signpost,
-                          uint64_t id, const lumvane_signpost_args *args);
+int lumvane_signpost_emit(lumvane_signpost_type type, const lumvane_signpost *signpost, uint64_t id,
+                          const lumvane_signpost_args *args);
 
 /* Shorthands for lumvane_signpost_emit(). */
 int lumvane_signpost_begin(const lumvane_signpost *signpost, uint64_t id,
