@@ -35,5 +35,6 @@ clean:
 PREFIX ?= /usr/local
 install: deps
 	@cmake --preset $(PRESET) -DCMAKE_INSTALL_PREFIX=$(PREFIX) >/dev/null
-	@cmake --build --preset $(PRESET) -j $(JOBS) --target lumvaned lumvane lumvane-signpost lumvane_signpost
+	@cmake --build --preset $(PRESET) -j $(JOBS) \
+	  --target lumvaned lumvane lumvane-signpost lumvane_signpost
 	@cmake --install $(BUILD_DIR)
