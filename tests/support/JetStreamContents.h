@@ -1,0 +1,25 @@
+// Reads every message of the LUMVANE stream back, in stream order, so a test
+// can check "exactly these events, each once" without a collector.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fleet/ConnectionSettings.h"
+#include "lumvane/platform/Error.h"
+
+namespace lumvane::testing {
+
+struct StoredMessage {
+  uint64_t sequence = 0;
+  std::string subject;
+  std::string data;
+  std::string msgId;  // the Nats-Msg-Id header, "" when absent
+};
+
+[[nodiscard]] std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings,
+                                                     std::vector<StoredMessage>* out);
+
+}  // namespace lumvane::testing
