@@ -12,6 +12,7 @@
 #include "lumvane/filter/LVLog.h"
 #include "lumvane/platform/DovetelDirectory.h"
 #include "lumvane/platform/DovetelEventJson.h"
+#include "lumvane/platform/DovetelSpoolLock.h"
 #include "lumvane/platform/Error.h"
 #include "lumvane/platform/NoDestructor.h"
 
@@ -56,8 +57,9 @@ class FileDovetelEventSink final : public DovetelEventSink {
                                             const std::string& line) const {
     if (auto error = MakeDirectories(directory)) return error;
     const std::string path = directory + "/events.ndjson";
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (fd < 0) return Error::fromErrno("cannot open " + path, errno);
+    // Locked against the uploader's rotation; see DovetelSpoolLock.h.
+    int fd = -1;
+    if (auto error = OpenLockedDovetelSpool(path, O_WRONLY | O_CREAT | O_APPEND, &fd)) return error;
     std::optional<Error> error = writeLine(fd, path, line);
     if (!error && options_.syncEachEvent && ::fdatasync(fd) != 0) {
       error = Error::fromErrno("cannot sync " + path, errno);

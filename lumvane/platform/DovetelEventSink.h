@@ -6,6 +6,8 @@
 // The machine sink appends each event as one JSON line to events.ndjson in
 // DovetelDirectory() (see DovetelEventJson.h for the line format):
 //  - the directory is read at every send and created when missing;
+//  - each append holds the spool lock that the uploader's rotation takes
+//    (see DovetelSpoolLock.h), so no event lands in a rotated file;
 //  - each event is a single write(2) of one whole line to a file opened with
 //    O_APPEND, followed by fdatasync before the send returns, so a crash
 //    leaves at most one torn last line and never an interleaved one;
