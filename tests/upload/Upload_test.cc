@@ -88,7 +88,10 @@ class UploadTest : public ::testing::Test {
       if (!ReadLumvaneStream(reader_, &messages, count) && messages.size() >= count) break;
       std::this_thread::sleep_for(50ms);
     } while (std::chrono::steady_clock::now() < deadline);
-    if (messages.size() < count) EXPECT_FALSE(ReadLumvaneStream(reader_, &messages));  // for the report
+    if (messages.size() < count) {
+      std::optional<Error> error = ReadLumvaneStream(reader_, &messages);  // whatever is there, for the report
+      (void)error;
+    }
     return messages;
   }
 
