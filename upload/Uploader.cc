@@ -66,7 +66,13 @@ void Uploader::OnAck(jsCtx*, natsMsg* msg, jsPubAck* pa, jsPubAckErr* pae, void*
     if (generation == self->inFlightGeneration_ && it != self->inFlight_.end() &&
         it->second.state == State::Pending) {
       it->second.state = pa && !pae ? State::Done : State::Failed;
-      if (it->second.state == State::Failed) self->failures_ = true;
+      if (it->second.state == State::Failed) {
+        self->failures_ = true;
+        if (pae) {
+          self->ackError_ = fleet::NatsErrorText(pae->Err);
+          if (pae->ErrText && *pae->ErrText) self->ackError_ += std::string(": ") + pae->ErrText;
+        }
+      }
       ++self->completions_;
     }
   }
@@ -168,6 +174,7 @@ void Uploader::dropConnection() {
     if (entry.state == State::Pending) {
       entry.state = State::Failed;
       failures_ = true;
+      ackError_ = "the connection was dropped before the acknowledgement";
     }
   }
 }
@@ -240,6 +247,16 @@ void Uploader::resendFailed() {
     failures_ = false;
   }
   lastResend_ = now;
+  std::string reason;
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    reason = ackError_;
+  }
+  if (reason != loggedAckError_) {
+    loggedAckError_ = reason;
+    FleetLog("publishes to " + connection_->url() + " failed (" + reason + "); sending " +
+             std::to_string(again.size()) + " events again");
+  }
   for (const auto& [offset, length] : again) {
     std::string line;
     if (auto error = follower_.readAt(offset, length, &line)) {
