@@ -140,7 +140,7 @@ TEST(StringFilterTest, InternalDiagnosticsSwitchAndPerformanceLoggingOperation) 
   EXPECT_FALSE(Passes(ardenos, "e", "Close", "a", "OrvTileView", true));
   // Asked (and logged) for every object that gets past the special case.
   EXPECT_EQ(diagnostics.check().calls() - before, 2);
-  EXPECT_EQ(capture.log().count("Not using string whitelist due to os_variant"), 2u);
+  EXPECT_EQ(capture.log().count("Not using string whitelist due to internal-diagnostics variant"), 2u);
 }
 
 }  // namespace
