@@ -204,7 +204,6 @@ TEST_F(ReportingRunTest, EndsEarlyWhenNotTaskedOrAGuardFileIsPresentOrCannotBeMa
   EXPECT_EQ(extractorsMade_, 0);
   EXPECT_TRUE(reports_.empty());
   EXPECT_TRUE(timers_.manual.timers().empty());
-  EXPECT_TRUE(sink_->events().empty());
   // Nothing of the failure is remembered: once the path can be created, the
   // next run tries again and proceeds.
   ASSERT_TRUE(std::filesystem::create_directory(dir_.file("missing")));
