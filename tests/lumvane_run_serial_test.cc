@@ -3,6 +3,7 @@
 // service's event file against what the store holds. A run takes the
 // machine-wide guard file, so these tests never run alongside one another.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -136,8 +137,14 @@ class LumvaneRunTest : public ::testing::Test {
     return store;
   }
 
-  std::unique_ptr<ChildProcess> start(std::vector<std::string> args) {
+  // `input`, when not empty, is a file to give the command as its standard
+  // input.
+  std::unique_ptr<ChildProcess> start(std::vector<std::string> args,
+                                      const std::string& input = "") {
     args.insert(args.begin(), LUMVANE_BINARY_DIR "/lumvane");
+    if (!input.empty()) {
+      args.insert(args.begin(), {"/bin/sh", "-c", "f=$1; shift; exec \"$@\" < \"$f\"", "sh", input});
+    }
     return std::make_unique<ChildProcess>(
         args,
         std::vector<std::string>{"LUMVANE_STATE_DIR=" + dir_.file("state"),
@@ -280,6 +287,41 @@ TEST_F(LumvaneRunTest, DeferralDuringProcessingEndsTheRunInterrupted) {
   EXPECT_LT(objectSends, 2 * expected.accepted.size());
   EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
   EXPECT_EQ(At(sent.back().payload, "WasInterrupted"), Value(Number::fromBool(true)));
+}
+
+
+// "-" reads the store from standard input; a FIFO or a device named as the
+// store is refused at once, by name, instead of blocking or reading forever.
+TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInputAndRefusesSpecialFiles) {
+  const std::string store = dir_.file("one.ndjson");
+  testing::WriteFile(store,
+                     "{\"timestamp\":\"2024-05-01 11:00:00.000000+0200\",\"eventType\":"
+                     "\"signpostEvent\",\"signpostType\":\"event\",\"signpostID\":1,"
+                     "\"signpostName\":\"Load\",\"signpostScope\":\"process\",\"subsystem\":"
+                     "\"com.test\",\"category\":\"ui\",\"processID\":100,\"threadID\":1000,"
+                     "\"processImagePath\":\"/usr/bin/tester\",\"eventMessage\":"
+                     "\"enableTelemetry=YES\"}\n");
+  auto piped = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
+                     store);
+  ASSERT_EQ(piped->wait(30s), 0) << piped->err();
+  const auto& sent = events().events;
+  ASSERT_GE(sent.size(), 3u);
+  EXPECT_EQ(sent[0].name, "com.orvel.performance.signpost");
+  EXPECT_EQ(sent[1].name, "sp__com.test__ui__Load");
+  EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
+  EXPECT_EQ(At(sent.back().payload, "LogObjectsProcessed"), Value(Number::fromUInt64(1)));
+
+  const std::string fifo = dir_.file("fifo.ndjson");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  for (const std::string& path : {fifo, std::string("/dev/zero")}) {
+    auto refused = startRun(path);
+    EXPECT_EQ(refused->wait(15s), 1) << refused->err();
+    EXPECT_NE(refused->err().find("lumvane: the signpost store could not be read: cannot read " +
+                                  path + ": not a regular file"),
+              std::string::npos)
+        << refused->err();
+    EXPECT_FALSE(PathExists(kGuardFile));
+  }
 }
 
 }  // namespace
