@@ -143,7 +143,8 @@ class LumvaneRunTest : public ::testing::Test {
                                       const std::string& input = "") {
     args.insert(args.begin(), LUMVANE_BINARY_DIR "/lumvane");
     if (!input.empty()) {
-      args.insert(args.begin(), {"/bin/sh", "-c", "f=$1; shift; exec \"$@\" < \"$f\"", "sh", input});
+      args.insert(args.begin(),
+                  {"/bin/sh", "-c", "f=$1; shift; exec \"$@\" < \"$f\"", "sh", input});
     }
     return std::make_unique<ChildProcess>(
         args,

@@ -46,10 +46,11 @@ std::optional<Error> ReadError(const std::string& path, int err) {
 // blocks, so a whole file is read only when it holds no line feed at all.
 [[nodiscard]] std::optional<Error> WholeLinesLength(int fd, const std::string& path, off_t size,
                                                     off_t* length) {
-  char block[4096];
+  constexpr off_t kBlock = 4096;
+  char block[kBlock];
   off_t end = size;
   while (end > 0) {
-    const off_t start = end > static_cast<off_t>(sizeof block) ? end - static_cast<off_t>(sizeof block) : 0;
+    const off_t start = end > kBlock ? end - kBlock : 0;
     const size_t want = static_cast<size_t>(end - start);
     ssize_t n;
     do {

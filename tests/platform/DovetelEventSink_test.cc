@@ -103,9 +103,8 @@ TEST(DovetelEventSinkTest, FailedSendIsLoggedAndLaterSendsTryAgain) {
   EXPECT_TRUE(ReadDovetelEvents(dir.file("none.ndjson")).error);
 }
 
-
-// A store of whole lines and a partial one: before its first append, a new
-// sink cuts exactly the partial line away and says how much it removed.
+// An event file of whole lines and a partial one: before its first append, a
+// new sink cuts exactly the partial line away and says how much it removed.
 TEST(DovetelEventSinkTest, FirstAppendCutsAPartialLastLine) {
   const std::string whole = "{\"name\": \"old\", \"payload\": {}, \"sent\": 1}\n";
   const std::string longTorn = "{\"name\": \"torn\", \"payload\": {\"k\": \"" +
@@ -159,7 +158,8 @@ TEST(DovetelEventSinkTest, RefusesALinkOrAFifoInPlaceOfTheEventFile) {
     std::function<void()> plant;
     std::string error;
   } cases[] = {
-      {"symbolic link", [&] { ASSERT_EQ(::symlink(dir.file("elsewhere").c_str(), path.c_str()), 0); },
+      {"symbolic link",
+       [&] { ASSERT_EQ(::symlink(dir.file("elsewhere").c_str(), path.c_str()), 0); },
        "cannot open " + path + ": it is a symbolic link"},
       {"FIFO", [&] { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); },
        "cannot append to " + path + ": not a regular file"},
@@ -208,7 +208,9 @@ std::optional<std::string> RunOnTinyTmpfs(const std::string& dir, size_t bytes,
       UniqueFd fd(::open(file, O_WRONLY));
       return fd && ::write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
     };
-    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) say(std::string("unshare: ") + std::strerror(errno), 3);
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+      say(std::string("unshare: ") + std::strerror(errno), 3);
+    }
     if (!put("/proc/self/setgroups", "deny") ||
         !put("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
         !put("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1")) {
@@ -251,9 +253,10 @@ TEST(DovetelEventSinkTest, FullDiskLogsTheSystemsReasonAndLeavesWholeLines) {
     std::vector<std::string> log = capture.log().messages();
     DovetelEventFile file = ReadDovetelEvents(path);
     const std::string raw = ReadFile(path);
+    const bool whole = raw.empty() || raw.back() == '\n';
     return std::to_string(sent - 1) + " " + std::to_string(file.events.size()) + " " +
-           std::to_string(file.skippedLines) + " " + (raw.empty() || raw.back() == '\n' ? "whole" : "torn") +
-           "\n" + (log.empty() ? "" : log[0]);
+           std::to_string(file.skippedLines) + (whole ? " whole\n" : " torn\n") +
+           (log.empty() ? "" : log[0]);
   }, &whyNot);
   if (!answer) GTEST_SKIP() << "no private mount namespace: " << whyNot;
   // Lines of 213 bytes (e0 to e9) and 214 bytes (from e10, with a 16-digit

@@ -340,21 +340,35 @@ TEST(LogStoreExtractorTest, LoneSurrogateEscapeMakesTheRecordMalformed) {
   EXPECT_EQ(run.events[0]->name(), "\xF0\x9F\x98\x80");
 }
 
-// Runs `read` on a thread of its own. A read that hangs is left behind (it
-// holds only what it was given), so that the test fails instead of hanging.
-std::future<void> InBackground(std::function<void()> read) {
-  auto done = std::make_shared<std::promise<void>>();
-  std::future<void> finished = done->get_future();
-  std::thread([done, read = std::move(read)] {
-    read();
-    done->set_value();
-  }).detach();
-  return finished;
-}
+// Runs `read` on a thread of its own. A read that has not returned when the
+// object goes is left behind (it holds only what it was given), so that the
+// test fails instead of hanging.
+class Background final {
+ public:
+  explicit Background(std::function<void()> read) {
+    auto done = std::make_shared<std::promise<void>>();
+    finished_ = done->get_future();
+    thread_ = std::thread([done, read = std::move(read)]() mutable {
+      read();
+      read = nullptr;  // what it holds goes before the test hears of the end
+      done->set_value();
+    });
+  }
+  ~Background() {
+    if (returnedWithin(std::chrono::milliseconds(0))) {
+      thread_.join();
+    } else {
+      thread_.detach();
+    }
+  }
+  bool returnedWithin(std::chrono::milliseconds limit) {
+    return finished_.wait_for(limit) == std::future_status::ready;
+  }
 
-bool Within(std::future<void>& finished, std::chrono::milliseconds limit) {
-  return finished.wait_for(limit) == std::future_status::ready;
-}
+ private:
+  std::future<void> finished_;
+  std::thread thread_;
+};
 
 TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   TempDir dir;
@@ -363,8 +377,8 @@ TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   for (const std::string& path : {fifo, std::string("/dev/zero"), std::string("/dev/urandom")}) {
     SCOPED_TRACE(path);
     auto run = std::make_shared<StoreRun>();
-    std::future<void> finished = InBackground([run, path] { run->read(path); });
-    if (!Within(finished, std::chrono::seconds(3))) {
+    Background reading([run, path] { run->read(path); });
+    if (!reading.returnedWithin(std::chrono::seconds(3))) {
       run->extractor.stopProcessing();
       const int writer = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);  // frees a blocked open
       ADD_FAILURE() << "reading " << path << " did not return";
@@ -419,14 +433,14 @@ TEST(LogStoreExtractorTest, ReadsStandardInputAndStopsInsideAnEndlessLine) {
     ASSERT_EQ(::dup2(fd, STDIN_FILENO), STDIN_FILENO);
     ::close(fd);
     auto run = std::make_shared<StoreRun>();
-    std::future<void> finished = InBackground([run] { run->read("-"); });
+    Background reading([run] { run->read("-"); });
     std::chrono::milliseconds limit(3000);
     if (input.stop) {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));  // well inside the line
       run->extractor.stopProcessing();
       limit = std::chrono::milliseconds(1000);
     }
-    const bool returned = Within(finished, limit);
+    const bool returned = reading.returnedWithin(limit);
     // The reader took its own copy of standard input when it began.
     ::dup2(savedStdin, STDIN_FILENO);
     if (writer >= 0) ::close(std::exchange(writer, -1));
