@@ -5,6 +5,7 @@
 // machine-wide guard file, so these tests never run alongside one another.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <ctime>
@@ -148,8 +149,15 @@ class LumvaneRunTest : public ::testing::Test {
             "LUMVANE_LOG_TARGET=stderr"};
   }
 
-  std::unique_ptr<ChildProcess> start(std::vector<std::string> args) {
+  // `input`, when not empty, is a file to give the command as its standard
+  // input.
+  std::unique_ptr<ChildProcess> start(std::vector<std::string> args,
+                                      const std::string& input = "") {
     args.insert(args.begin(), LUMVANE_BINARY_DIR "/lumvane");
+    if (!input.empty()) {
+      args.insert(args.begin(),
+                  {"/bin/sh", "-c", "f=$1; shift; exec \"$@\" < \"$f\"", "sh", input});
+    }
     return std::make_unique<ChildProcess>(args, environment(), dir_.file("lumvane"));
   }
 
@@ -313,6 +321,42 @@ TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunT
   EXPECT_NE(next->err().find("Bailing due to cookie file"), std::string::npos) << next->err();
   EXPECT_FALSE(PathExists(kGuardFile));
   EXPECT_EQ(events().size(), before) << "the run after an interrupted one processed";
+}
+
+// "-" reads the store from standard input; a FIFO or a device named as the
+// store is refused at once, by name, instead of blocking or reading forever.
+TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInputAndRefusesSpecialFiles) {
+  const std::string store = dir_.file("one.ndjson");
+  testing::WriteFile(store,
+                     "{\"timestamp\":\"2024-05-01 11:00:00.000000+0200\",\"eventType\":"
+                     "\"signpostEvent\",\"signpostType\":\"event\",\"signpostID\":1,"
+                     "\"signpostName\":\"Load\",\"signpostScope\":\"process\",\"subsystem\":"
+                     "\"com.test\",\"category\":\"ui\",\"processID\":100,\"threadID\":1000,"
+                     "\"processImagePath\":\"/usr/bin/tester\",\"eventMessage\":"
+                     "\"enableTelemetry=YES\"}\n");
+  auto piped = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
+                     store);
+  ASSERT_EQ(piped->wait(30s), 0) << piped->err();
+  const std::vector<DovetelEvent> sent = events();
+  ASSERT_GE(sent.size(), 3u);
+  EXPECT_EQ(sent[0].name, "com.orvel.performance.signpost");
+  EXPECT_EQ(sent[1].name, "sp__com.test__ui__Load");
+  EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
+  const Value* processed = sent.back().payload.find("LogObjectsProcessed");
+  ASSERT_TRUE(processed);
+  EXPECT_EQ(*processed, Value(Number::fromUInt64(1)));
+
+  const std::string fifo = dir_.file("fifo.ndjson");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  for (const std::string& path : {fifo, std::string("/dev/zero")}) {
+    auto refused = startRun(path);
+    EXPECT_EQ(refused->wait(15s), 1) << refused->err();
+    EXPECT_NE(refused->err().find("lumvane: the signpost store could not be read: cannot read " +
+                                  path + ": not a regular file"),
+              std::string::npos)
+        << refused->err();
+    EXPECT_FALSE(PathExists(kGuardFile));
+  }
 }
 
 }  // namespace
