@@ -39,9 +39,14 @@ std::optional<std::string> Copy(const std::optional<std::string_view>& s) {
   return std::string(*s);
 }
 
-// The store's files: the path itself, or the matching regular files of a
-// directory in name order.
+// The store's files: the path itself (standard input for "-"), or the
+// matching regular files of a directory in name order. Whether a single path
+// is a regular file is for the reader to find out on the descriptor it opens.
 std::optional<Error> ListStore(const std::string& path, std::vector<std::string>* files) {
+  if (path == LogStoreFile::kStandardInput) {
+    files->push_back(path);
+    return std::nullopt;
+  }
   struct stat st;
   if (::stat(path.c_str(), &st) != 0) return Error::fromErrno("cannot open " + path, errno);
   if (!S_ISDIR(st.st_mode)) {
@@ -79,7 +84,10 @@ class LogStoreExtractor::Pass {
 
   // Reads one file to its end or to a stop request.
   std::optional<Error> readFile(const std::string& path) {
-    LogStoreFile file(owner_.chunkBytes_ ? owner_.chunkBytes_ : LogStoreFile::kDefaultChunkBytes);
+    // The reader looks at the stop request itself too, so that a stop is
+    // not held up by one endless record.
+    LogStoreFile file(owner_.chunkBytes_ ? owner_.chunkBytes_ : LogStoreFile::kDefaultChunkBytes,
+                      LogStoreFile::kDefaultMaxRecordBytes, &owner_.stopRequested_);
     if (std::optional<Error> e = file.open(path)) return e;
     ++stats_.files;
     std::string_view text;
@@ -87,11 +95,12 @@ class LogStoreExtractor::Pass {
       if (owner_.stopRequested_.load(std::memory_order_relaxed)) return std::nullopt;
       switch (file.next(&text)) {
         case LogStoreFile::Next::End:
+        case LogStoreFile::Next::Stopped:
           return std::nullopt;
         case LogStoreFile::Next::Failed:
           return file.readError();
         case LogStoreFile::Next::Oversized:
-          ++stats_.nonObjectLines;
+          ++stats_.malformedRecords;
           continue;
         case LogStoreFile::Next::Record:
           handle(text);

@@ -6,19 +6,23 @@
 //
 // A directory means every regular file in it whose name ends in ".ndjson" or
 // ".json", read in name order as one store (an interval may begin in one file
-// and end in the next). Without a path, the store is $LUMVANE_SIGNPOST_STORE,
-// or "/var/log/lumvane/signposts" when that is unset or empty.
+// and end in the next). "-" means standard input. Any other path must be a
+// regular file: a FIFO or a device is refused at once (see LogStoreFile.h).
+// Without a path, the store is $LUMVANE_SIGNPOST_STORE, or
+// "/var/log/lumvane/signposts" when that is unset or empty.
 //
 // Lines that are not JSON objects (an exporter's text preamble, broken
-// lines), records missing a field they need and the exporter's trailer
-// object are passed over and counted; none of them stops the reader. The
-// counts of one processing, with the begins and ends that could not be
-// paired, are logged in one debug line when it ends.
+// lines), records missing a field they need or holding a string that cannot
+// be decoded, records over 1,048,576 bytes and the exporter's trailer object
+// are passed over and counted; none of them stops the reader. The counts of
+// one processing, with the begins and ends that could not be paired, are
+// logged in one debug line when it ends.
 //
 // Thread-safety: processLogArchiveWithPath runs on one thread at a time;
 // stopProcessing may come from any thread at any time. A stop request ends
-// the processing under way at the next record (the call then answers true),
-// or, when none is under way, the next processing to begin.
+// the processing under way at the next record, or within a fraction of a
+// second inside a long one (the call then answers true), or, when none is
+// under way, the next processing to begin.
 #pragma once
 
 #include <atomic>
@@ -40,8 +44,8 @@ struct LogStoreReadStatistics {
   uint64_t unmatchedEnds = 0;       // an end without an open begin
   uint64_t nonPositiveIntervals = 0;  // an end not strictly after its begin
   uint64_t unclosedBegins = 0;      // begins still open when processing ended
-  uint64_t nonObjectLines = 0;      // text, broken JSON, non-object JSON, oversized
-  uint64_t malformedRecords = 0;    // a needed field missing or unreadable
+  uint64_t nonObjectLines = 0;      // text, broken JSON, non-object JSON
+  uint64_t malformedRecords = 0;    // a needed field missing or unreadable; oversized
   uint64_t trailers = 0;
   uint64_t files = 0;
 };

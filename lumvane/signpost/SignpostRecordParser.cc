@@ -72,9 +72,14 @@ Read ReadUnsigned(od::value& v, uint64_t* out) {
   return v.get_uint64().get(*out) == simdjson::SUCCESS ? Read::Ok : Read::Bad;
 }
 
-void ReadOptionalString(od::value& v, std::optional<std::string_view>* out) {
+// A string that is there but cannot be decoded (of another type, or with an
+// escape that is no character, such as a lone UTF-16 surrogate "\ud800") is
+// bad, never taken for an absent one: the record is then malformed.
+[[nodiscard]] bool ReadOptionalString(od::value& v, std::optional<std::string_view>* out) {
   std::string_view s;
-  if (ReadString(v, &s) == Read::Ok) *out = s;
+  const Read r = ReadString(v, &s);
+  if (r == Read::Ok) *out = s;
+  return r != Read::Bad;
 }
 
 void ReadOptionalUnsigned(od::value& v, std::optional<uint64_t>* out) {
@@ -159,18 +164,25 @@ SignpostRecordParser::Kind SignpostRecordParser::parse(std::string_view record, 
         break;
       }
       case Field::SignpostScope:
-        if (ReadString(v, &s) == Read::Ok) {
-          if (s == "process") {
-            out->scope = SignpostRecord::Scope::Process;
-          } else if (s == "thread") {
-            out->scope = SignpostRecord::Scope::Thread;
-          } else if (s == "system") {
-            out->scope = SignpostRecord::Scope::System;
-          }
+        switch (ReadString(v, &s)) {
+          case Read::Bad:
+            badField = true;
+            break;
+          case Read::Absent:
+            break;
+          case Read::Ok:
+            if (s == "process") {
+              out->scope = SignpostRecord::Scope::Process;
+            } else if (s == "thread") {
+              out->scope = SignpostRecord::Scope::Thread;
+            } else if (s == "system") {
+              out->scope = SignpostRecord::Scope::System;
+            }
+            break;
         }
         break;
       case Field::SignpostName:
-        ReadOptionalString(v, &out->name);
+        if (!ReadOptionalString(v, &out->name)) badField = true;
         break;
       case Field::Subsystem:
         haveSubsystem = ReadString(v, &out->subsystem) == Read::Ok;
@@ -185,13 +197,13 @@ SignpostRecordParser::Kind SignpostRecordParser::parse(std::string_view record, 
         ReadOptionalUnsigned(v, &out->threadID);
         break;
       case Field::ProcessImagePath:
-        ReadOptionalString(v, &out->processImagePath);
+        if (!ReadOptionalString(v, &out->processImagePath)) badField = true;
         break;
       case Field::FormatString:
-        ReadOptionalString(v, &out->formatString);
+        if (!ReadOptionalString(v, &out->formatString)) badField = true;
         break;
       case Field::EventMessage:
-        ReadOptionalString(v, &out->eventMessage);
+        if (!ReadOptionalString(v, &out->eventMessage)) badField = true;
         break;
       case Field::Count:
       case Field::Finished:

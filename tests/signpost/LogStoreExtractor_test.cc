@@ -1,9 +1,13 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <future>
 #include <thread>
 #include <vector>
 
@@ -269,6 +273,182 @@ TEST(LogStoreExtractorTest, StopFromAnotherThreadEndsAtTheNextRecord) {
   EXPECT_TRUE(early.events.empty());
   early.read(dir.file("s.ndjson"));
   EXPECT_EQ(early.events.size(), 100u);
+}
+
+
+// `record` grown to exactly `bytes` bytes by an unknown field.
+std::string Padded(const std::string& record, size_t bytes) {
+  const std::string field = "\"pad\":\"\",";
+  return "{" + field.substr(0, 7) + std::string(bytes - record.size() - field.size(), 'x') +
+         field.substr(7) + record.substr(1);
+}
+
+TEST(LogStoreExtractorTest, RecordsOverOneMebibyteAreCountedAsMalformedAndSkipped) {
+  const std::string atLimit = Padded(R().t(1).json(), 1048576);
+  const std::string overLimit = Padded(R().t(2).json(), 1048577);
+  ASSERT_EQ(atLimit.size(), 1048576u);
+  ASSERT_EQ(overLimit.size(), 1048577u);
+  const std::string after = R().t(3).json();
+  struct Case {
+    const char* framing;
+    std::string store;
+  } cases[] = {
+      {"lines", atLimit + "\n" + overLimit + "\n" + after + "\n"},
+      {"array", "[" + atLimit + ",\n" + overLimit + ",\n" + after + "]"},
+  };
+  for (const Case& c : cases) {
+    for (size_t chunk : {size_t{0}, size_t{4096}}) {
+      SCOPED_TRACE(std::string(c.framing) + ", chunk " + std::to_string(chunk));
+      StoreRun run(c.store, chunk);
+      ASSERT_TRUE(run.ok);
+      ASSERT_EQ(run.events.size(), 2u);
+      EXPECT_EQ(run.events[1]->durationSeconds(), 0.0f);
+      EXPECT_EQ(run.stats().malformedRecords, 1u);
+      EXPECT_EQ(run.stats().nonObjectLines, 0u);
+      EXPECT_EQ(run.extractor.processedEventCount(), 2u);
+    }
+  }
+}
+
+// A lone surrogate escape is no character: the record is malformed and
+// counted, not delivered with the field left out. A proper pair decodes.
+TEST(LogStoreExtractorTest, LoneSurrogateEscapeMakesTheRecordMalformed) {
+  struct Case {
+    const char* field;
+    const char* from;
+    const char* to;
+  } cases[] = {
+      {"name", "\"signpostName\":\"Load\"", "\"signpostName\":\"Lo\\ud800ad\""},
+      {"message", "\"eventMessage\":\"\"", "\"eventMessage\":\"x \\udc00\""},
+      {"format", "\"formatString\":\"\"", "\"formatString\":\"\\ud83d\""},
+      {"image path", "\"processImagePath\":\"", "\"processImagePath\":\"\\udfff"},
+      {"scope", "\"signpostScope\":\"process\"", "\"signpostScope\":\"\\ud800process\""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.field);
+    std::string bad = R().t(1).json();
+    ASSERT_NE(bad.find(c.from), std::string::npos);
+    bad.replace(bad.find(c.from), std::string(c.from).size(), c.to);
+    StoreRun run(bad + "\n");
+    EXPECT_TRUE(run.events.empty());
+    EXPECT_EQ(run.stats().malformedRecords, 1u);
+  }
+  std::string pair = R().t(1).json();
+  pair.replace(pair.find("\"Load\""), 6, "\"\\ud83d\\ude00\"");
+  StoreRun run(pair + "\n");
+  ASSERT_EQ(run.events.size(), 1u);
+  EXPECT_EQ(run.events[0]->name(), "\xF0\x9F\x98\x80");
+}
+
+// Runs `read` on a thread of its own. A read that has not returned when the
+// object goes is left behind (it holds only what it was given), so that the
+// test fails instead of hanging.
+class Background final {
+ public:
+  explicit Background(std::function<void()> read) {
+    auto done = std::make_shared<std::promise<void>>();
+    finished_ = done->get_future();
+    thread_ = std::thread([done, read = std::move(read)]() mutable {
+      read();
+      read = nullptr;  // what it holds goes before the test hears of the end
+      done->set_value();
+    });
+  }
+  ~Background() {
+    if (returnedWithin(std::chrono::milliseconds(0))) {
+      thread_.join();
+    } else {
+      thread_.detach();
+    }
+  }
+  bool returnedWithin(std::chrono::milliseconds limit) {
+    return finished_.wait_for(limit) == std::future_status::ready;
+  }
+
+ private:
+  std::future<void> finished_;
+  std::thread thread_;
+};
+
+TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
+  TempDir dir;
+  const std::string fifo = dir.file("fifo.ndjson");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  for (const std::string& path : {fifo, std::string("/dev/zero"), std::string("/dev/urandom")}) {
+    SCOPED_TRACE(path);
+    auto run = std::make_shared<StoreRun>();
+    Background reading([run, path] { run->read(path); });
+    if (!reading.returnedWithin(std::chrono::seconds(3))) {
+      run->extractor.stopProcessing();
+      const int writer = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);  // frees a blocked open
+      ADD_FAILURE() << "reading " << path << " did not return";
+      ::close(writer);
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      continue;
+    }
+    EXPECT_FALSE(run->ok);
+    ASSERT_TRUE(run->error);
+    EXPECT_EQ(run->error->localizedDescription(), "cannot read " + path + ": not a regular file");
+  }
+  // In a directory store, such a file is passed over like any non-regular entry.
+  WriteFile(dir.file("a.ndjson"), R().t(1).json());
+  StoreRun run;
+  ASSERT_TRUE(run.read(dir.path()).ok);
+  EXPECT_EQ(run.events.size(), 1u);
+}
+
+// Standard input as the store: records are read from it, and a stop request
+// ends the read within a second, also inside a line that never ends (an
+// endless device) or that its writer leaves unfinished (a pipe).
+TEST(LogStoreExtractorTest, ReadsStandardInputAndStopsInsideAnEndlessLine) {
+  struct Input {
+    const char* what;
+    std::function<int()> open;  // the descriptor to read as standard input
+    bool stop;
+    size_t events;
+  };
+  int writer = -1;
+  auto pipeWith = [&writer](const std::string& text, bool close) {
+    int fds[2];
+    if (::pipe(fds) != 0) return -1;
+    if (::write(fds[1], text.data(), text.size()) != static_cast<ssize_t>(text.size())) return -1;
+    if (close) {
+      ::close(fds[1]);
+    } else {
+      writer = fds[1];
+    }
+    return fds[0];
+  };
+  const Input inputs[] = {
+      {"a pipe that ends", [&] { return pipeWith(Lines({R().t(1), R().t(2)}), true); }, false, 2},
+      {"a pipe left mid-line", [&] { return pipeWith(Lines({R().t(1)}) + "{\"time", false); },
+       true, 1},
+      {"/dev/zero", [] { return ::open("/dev/zero", O_RDONLY); }, true, 0},
+  };
+  const int savedStdin = ::dup(STDIN_FILENO);
+  for (const Input& input : inputs) {
+    SCOPED_TRACE(input.what);
+    const int fd = input.open();
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::dup2(fd, STDIN_FILENO), STDIN_FILENO);
+    ::close(fd);
+    auto run = std::make_shared<StoreRun>();
+    Background reading([run] { run->read("-"); });
+    std::chrono::milliseconds limit(3000);
+    if (input.stop) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));  // well inside the line
+      run->extractor.stopProcessing();
+      limit = std::chrono::milliseconds(1000);
+    }
+    const bool returned = reading.returnedWithin(limit);
+    // The reader took its own copy of standard input when it began.
+    ::dup2(savedStdin, STDIN_FILENO);
+    if (writer >= 0) ::close(std::exchange(writer, -1));
+    ASSERT_TRUE(returned) << "still reading " << limit.count() << " ms later";
+    EXPECT_TRUE(run->ok);
+    EXPECT_EQ(run->events.size(), input.events);
+  }
+  ::close(savedStdin);
 }
 
 }  // namespace

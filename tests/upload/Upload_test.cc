@@ -198,7 +198,9 @@ TEST_F(UploadTest, UploaderKilledAtRandomPointsResumesWithoutLossOrDuplicates) {
     }
     uploader_->signal(SIGKILL);
     EXPECT_FALSE(uploader_->wait(5s));
-    if (!server_->running()) ASSERT_FALSE(server_->start());
+    if (!server_->running()) {
+      ASSERT_FALSE(server_->start());
+    }
     counts.push_back(waitForStream(0).size());
     append(6000 + round * 100, 100);
   }
