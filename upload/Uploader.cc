@@ -59,6 +59,7 @@ void Uploader::OnAck(jsCtx*, natsMsg* msg, jsPubAck* pa, jsPubAckErr* pae, void*
   auto* self = static_cast<Uploader*>(closure);
   const char* id = nullptr;
   uint64_t generation = 0, offset = 0;
+  bool wake = false;
   if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) == NATS_OK && id &&
       ParseMessageId(id, &generation, &offset)) {
     std::lock_guard<std::mutex> lock(self->mu_);
@@ -74,10 +75,13 @@ void Uploader::OnAck(jsCtx*, natsMsg* msg, jsPubAck* pa, jsPubAckErr* pae, void*
         }
       }
       ++self->completions_;
+      // Only the acknowledgement the main thread waits for wakes it: one
+      // wake-up per acknowledgement would cost a context switch each.
+      wake = self->completions_ == self->wakeAt_;
     }
   }
   natsMsg_Destroy(msg);
-  self->wake_.notify_one();
+  if (wake) self->wake_.notify_one();
 }
 
 std::optional<Error> Uploader::run(const std::atomic<bool>& stop) {
@@ -122,9 +126,10 @@ std::optional<Error> Uploader::run(const std::atomic<bool>& stop) {
     // otherwise the spool is read to its end: look again after a poll
     // interval.
     std::unique_lock<std::mutex> lock(mu_);
-    const uint64_t target = windowFull ? completionsMark_ + std::max<int64_t>(1, settings_.window / 4) : UINT64_MAX;
+    wakeAt_ = windowFull ? completionsMark_ + std::max<int64_t>(1, settings_.window / 4) : UINT64_MAX;
     wake_.wait_for(lock, std::chrono::milliseconds(settings_.pollIntervalMs),
-                   [&] { return completions_ >= target || stop.load(); });
+                   [&] { return completions_ >= wakeAt_ || stop.load(); });
+    wakeAt_ = UINT64_MAX;
   }
   // Give outstanding acknowledgements a moment, then save where we are.
   const auto deadline = Clock::now() + std::chrono::milliseconds(std::min<int64_t>(settings_.ackWaitMs, 2000));
