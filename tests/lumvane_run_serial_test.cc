@@ -19,6 +19,7 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "lumvane/signpost/LogStoreTimestamp.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
 
 namespace lumvane {
 namespace {
