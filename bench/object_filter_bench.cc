@@ -15,6 +15,7 @@
 #include "lumvane/filter/LumvaneObjectFilter.h"
 #include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/signpost/SignpostAnimationInterval.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
 
 namespace lumvane {
 namespace {

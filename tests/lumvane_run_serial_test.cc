@@ -2,7 +2,7 @@
 // stores written here, and checks from the outside what they append to the
 // telemetry service's event file and what becomes of the guard file. Every
 // expectation is written out from the store the test wrote. A run takes the
-// machine-wide guard file, so these tests never run alongside one another.
+// guard file under /var/tmp; the serial tests' main gives it a private one.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -18,6 +18,7 @@
 
 #include "lumvane/platform/DovetelEventReader.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
 
 namespace lumvane {
 namespace {
@@ -113,12 +114,9 @@ std::vector<std::string> Lines(const std::string& file) {
 class LumvaneRunTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (PathExists(kGuardFile)) {
-      GTEST_SKIP() << kGuardFile << " exists (a run under way, or one that never finished); "
-                   << "left alone";
-    }
-    if (PathExists(kDiagnosticsMarker)) GTEST_SKIP() << kDiagnosticsMarker << " exists";
-    guardWasAbsent_ = true;
+    // The private /var/tmp and /etc/lumvane start empty.
+    ASSERT_FALSE(PathExists(kGuardFile));
+    ASSERT_FALSE(PathExists(kDiagnosticsMarker));
     ASSERT_TRUE(std::filesystem::create_directory(dir_.file("state")));
     ASSERT_TRUE(std::filesystem::create_directories(dir_.file("dovetel/configurations")));
     setTaskedOn(true);
@@ -126,7 +124,7 @@ class LumvaneRunTest : public ::testing::Test {
 
   void TearDown() override {
     // Only a run of this test can have left it: it was absent before.
-    if (guardWasAbsent_ && PathExists(kGuardFile)) {
+    if (PathExists(kGuardFile)) {
       ADD_FAILURE() << "the run left " << kGuardFile << " behind";
       ::unlink(kGuardFile);
     }
@@ -179,7 +177,6 @@ class LumvaneRunTest : public ::testing::Test {
   }
 
   testing::TempDir dir_;
-  bool guardWasAbsent_ = false;
 };
 
 TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeysInOrder) {

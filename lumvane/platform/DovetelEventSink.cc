@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>

@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "lumvane/platform/CountingSemaphore.h"
-#include "lumvane/platform/ManualTimerFactory.h"
+#include "tests/support/platform/ManualTimerFactory.h"
 
 namespace lumvane {
 namespace {

@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "lumvane/platform/InternalDiagnostics.h"
-#include "lumvane/platform/RecordingLogBackend.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
+#include "tests/support/platform/RecordingLogBackend.h"
 
 namespace lumvane::testing {
 
