@@ -325,7 +325,6 @@ TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInputAndRefusesSpecialFiles) {
   }
 }
 
-
 // An endless line on standard input: the deferral poll's stop ends the read
 // inside the line, and the run reports as interrupted.
 TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
@@ -333,7 +332,8 @@ TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
                    "/dev/zero");
   ASSERT_TRUE(run->waitForError("Deferral not requested, continuing.", 10s)) << run->err();
   testing::WriteFile(dir_.file("state/defer"), "");
-  // The poll after the first comes 10 s later, at most 20 s.
+  // The next poll comes within the period plus the leeway, 20 s; the stop it
+  // makes ends the read inside the line at once.
   ASSERT_EQ(run->wait(30s), 0) << run->err();
   EXPECT_NE(run->err().find("Concluding processing due to deferral request"), std::string::npos)
       << run->err();
