@@ -356,5 +356,27 @@ TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInputAndRefusesSpecialFiles) {
   }
 }
 
+// An endless line on standard input: the deferral poll's stop ends the read
+// inside the line, and the run reports as interrupted.
+TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
+  auto run = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
+                   "/dev/zero");
+  ASSERT_TRUE(run->waitForError("Deferral not requested, continuing.", 10s)) << run->err();
+  testing::WriteFile(dir_.file("state/defer"), "");
+  // The next poll comes within the period plus the leeway, 20 s; the stop it
+  // makes ends the read inside the line at once.
+  ASSERT_EQ(run->wait(30s), 0) << run->err();
+  EXPECT_NE(run->err().find("Concluding processing due to deferral request"), std::string::npos)
+      << run->err();
+  const std::vector<DovetelEvent> sent =
+      ReadDovetelEvents(dir_.file("dovetel/events.ndjson")).events;
+  ASSERT_FALSE(sent.empty());
+  EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
+  const Value* interrupted = sent.back().payload.find("WasInterrupted");
+  ASSERT_TRUE(interrupted);
+  EXPECT_EQ(*interrupted, Value(Number::fromBool(true)));
+  EXPECT_FALSE(PathExists(kGuardFile));
+}
+
 }  // namespace
 }  // namespace lumvane
