@@ -17,7 +17,7 @@ double MicrosecondsPerTick(const Timebase& timebase) {
 
 ReportThrottle::ReportThrottle(ContinuousClock& clock, Sleeper& sleeper)
     : clock_(clock), sleeper_(sleeper), microsecondsPerTick_(MicrosecondsPerTick(clock.timebase())) {
-  LVLogDebug("%f us, %f mach time units per quantum of %u reported events",
+  LVLogDebug("%f us, %f clock ticks per quantum of %u reported events",
              static_cast<double>(kBudgetMicroseconds), kBudgetMicroseconds / microsecondsPerTick_,
              kEventsPerQuantum);
   quantumStart_ = clock_.now();

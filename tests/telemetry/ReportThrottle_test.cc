@@ -28,7 +28,7 @@ TEST(ReportThrottleTest, StretchesShortQuantaToTheBudget) {
   ReportThrottle throttle(clock, sleeper);
   EXPECT_EQ(capture.log().messages(),
             std::vector<std::string>{
-                "125000.000000 us, 125000000.000000 mach time units per quantum of 10 reported events"});
+                "125000.000000 us, 125000000.000000 clock ticks per quantum of 10 reported events"});
 
   Calls(throttle, clock, 9, 1'000'000'000);  // nine calls never measure, however slow
   Calls(throttle, clock, 1, 0);              // tenth: the quantum lasted 9 s, no sleep
@@ -54,7 +54,7 @@ TEST(ReportThrottleTest, ConvertsTicksThroughTheTimebase) {
   ScopedLogCapture capture;
   ReportThrottle throttle(clock, sleeper);
   EXPECT_EQ(capture.log().count(
-                "125000.000000 us, 3000000.000000 mach time units per quantum of 10 reported events"),
+                "125000.000000 us, 3000000.000000 clock ticks per quantum of 10 reported events"),
             1u);
   Calls(throttle, clock, 10, 150'000);  // 1.5M ticks = 62500 us
   EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{62500});
