@@ -78,9 +78,9 @@ TEST(LumvanedTest, TakesNoArguments) {
 // plays the journal, its files in the test's directory, and systemd-cat
 // connects the daemon's output the way a service manager does.
 constexpr char kJournalScript[] = R"(set -eu
-mount -t tmpfs tmpfs /run
+mount -t tmpfs tmpfs /run || exit 77
 mkdir -p /run/systemd/journal /run/log/journal
-mount --bind "$WORK/journal" /run/log/journal
+mount --bind "$WORK/journal" /run/log/journal || exit 77
 /lib/systemd/systemd-journald >"$WORK/journald.out" 2>&1 &
 i=0
 while [ ! -S /run/systemd/journal/stdout ]; do
@@ -104,16 +104,20 @@ TEST(LumvanedTest, WritesStructuredJournalEntriesWhenStderrIsAJournalStream) {
   testing::TempDir dir;
   std::filesystem::create_directories(dir.file("work/journal"));
   std::filesystem::create_directory(dir.file("state"));
-  testing::WriteFile(dir.file("state/activity-last-run"), std::to_string(std::time(nullptr)) + "\n");
+  testing::WriteFile(dir.file("state/activity-last-run"),
+                     std::to_string(std::time(nullptr)) + "\n");
   testing::WriteFile(dir.file("script"), kJournalScript);
   testing::ChildProcess run(
       {"/usr/bin/unshare", "--user", "--map-root-user", "--mount", "--pid", "--fork",
        "--mount-proc", "/bin/sh", dir.file("script")},
-      {"WORK=" + dir.file("work"), "LUMVANED=" LUMVANE_BINARY_DIR "/lumvaned", "LUMVANE_STATE_DIR=" + dir.file("state"),
+      {"WORK=" + dir.file("work"), "LUMVANED=" LUMVANE_BINARY_DIR "/lumvaned",
+       "LUMVANE_STATE_DIR=" + dir.file("state"),
        "LUMVANE_DOVETEL_DIR=" + dir.file("dovetel"), "LUMVANE_LOG_LEVEL=debug",
        "LUMVANE_EXIT_WHEN_CLEAN=1"},
       dir.file("run"));
   std::optional<int> status = run.wait(kPatience);
+  // 77: the script could not mount or start journald; 1 from unshare itself:
+  // no namespaces for this user.
   if (status == 77 || (status == 1 && run.err().find("unshare") != std::string::npos)) {
     GTEST_SKIP() << "no private journald here: " << run.err()
                  << testing::ReadFile(dir.file("work/journald.out"));

@@ -93,7 +93,8 @@ LogTarget LogTargetFromEnvironment(int stderrFd) {
   if (std::strcmp(target, "stderr") == 0) return LogTarget::Stderr;
   if (std::strcmp(target, "syslog") == 0) return LogTarget::Syslog;
   if (std::strcmp(target, "journal") == 0) return LogTarget::Journal;
-  dprintf(stderrFd, "lumvane: LUMVANE_LOG_TARGET=%s is not one of stderr, syslog, journal; using %s\n",
+  dprintf(stderrFd,
+          "lumvane: LUMVANE_LOG_TARGET=%s is not one of stderr, syslog, journal; using %s\n",
           target, fallback == LogTarget::Journal ? "journal" : "stderr");
   return fallback;
 }

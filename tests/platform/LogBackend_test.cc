@@ -70,7 +70,8 @@ TEST(LogBackendTest, TargetComesFromTheVariableElseFromTheJournalStream) {
       {"file", std::nullopt, LogTarget::Stderr, true},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.target ? c.target : "(unset)") + " / " + c.stream.value_or("(unset)"));
+    SCOPED_TRACE(std::string(c.target ? c.target : "(unset)") + " / " +
+                 c.stream.value_or("(unset)"));
     testing::ScopedEnv target("LUMVANE_LOG_TARGET", c.target);
     testing::ScopedEnv stream("JOURNAL_STREAM", c.stream ? c.stream->c_str() : nullptr);
     ASSERT_EQ(::ftruncate(fd, 0), 0);
