@@ -18,6 +18,7 @@
 #include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "lumvane/signpost/LogStoreTimestamp.h"
+#include "lumvane/signpost/SignpostInterval.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -216,6 +217,45 @@ TEST_F(LumvaneRunTest, SendsTwoEventsPerAcceptedObjectThenCountsThenStatistics) 
     EXPECT_EQ(At(stats.payload, key), Value(Number::fromUInt64(count))) << key;
   }
   EXPECT_EQ(At(stats.payload, "WasInterrupted"), Value(Number::fromBool(false)));
+}
+
+TEST_F(LumvaneRunTest, NamesProcessesOfAnApplicationDirectoryByItsDesktopEntry) {
+  // The mail application's executable moves under the test's directory, and
+  // its application directory gets a desktop entry.
+  const std::string store = generateStore(7, 300);
+  const std::string original = "/opt/Mailbox.AppDir/Mailbox";
+  const std::string moved = dir_.file("root") + original;
+  std::string text = testing::ReadFile(store);
+  size_t replaced = 0;
+  for (size_t at = 0; (at = text.find(original, at)) != std::string::npos; at += moved.size()) {
+    text.replace(at, original.size(), moved);
+    ++replaced;
+  }
+  ASSERT_GT(replaced, 0u) << "the generator no longer runs " << original;
+  testing::WriteFile(store, text);
+  std::filesystem::create_directories(dir_.file("root/opt/Mailbox.AppDir"));
+  testing::WriteFile(dir_.file("root/opt/Mailbox.AppDir/org.example.Mailbox.desktop"),
+                     testing::DesktopEntry("Application"));
+
+  // Objects whose start side ran the moved executable, as the store says.
+  size_t fromMailbox = 0;
+  for (const auto& object : ExpectedFor(store, *ParseLogStoreTimestamp(kEnd)).accepted) {
+    const SignpostEvent* start = dynamic_cast<const SignpostEvent*>(object.get());
+    if (auto interval = dynamic_cast<const SignpostInterval*>(object.get())) {
+      start = interval->beginEvent().get();
+    }
+    fromMailbox += start && start->processImagePath() == moved;
+  }
+  ASSERT_GT(fromMailbox, 0u);
+
+  auto run = startRun(store);
+  ASSERT_EQ(run->wait(60s), 0) << run->err();
+  size_t named = 0;
+  for (const DovetelEvent& event : events().events) {
+    named += event.name == "com.orvel.performance.signpost" &&
+             At(event.payload, "StartProcessName") == Value("org.example.Mailbox");
+  }
+  EXPECT_EQ(named, fromMailbox);
 }
 
 TEST_F(LumvaneRunTest, EndsWithoutProcessingWhenNotTaskedOrTheStoreIsMissing) {
