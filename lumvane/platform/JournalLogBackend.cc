@@ -3,6 +3,7 @@
 #define SD_JOURNAL_SUPPRESS_LOCATION 1
 
 #include <errno.h>
+#include <sys/stat.h>
 #include <sys/uio.h>
 #include <systemd/sd-journal.h>
 
@@ -12,6 +13,16 @@
 
 namespace lumvane {
 namespace {
+
+// journald's socket for structured entries (systemd-journald.service(8)).
+// sd_journal_sendv reports success when it is missing, so its presence is
+// what tells whether an entry can reach the journal at all.
+constexpr char kJournalSocket[] = "/run/systemd/journal/socket";
+
+bool JournalListens() {
+  struct stat st;
+  return ::stat(kJournalSocket, &st) == 0 && S_ISSOCK(st.st_mode);
+}
 
 class JournalLogBackend final : public LogBackend {
  public:
@@ -23,6 +34,10 @@ class JournalLogBackend final : public LogBackend {
   void write(LogLevel level, std::string_view subsystem, std::string_view category,
              std::string_view message) override {
     if (!isEnabled(level)) return;
+    if (!JournalListens()) {
+      fallback_->write(level, subsystem, category, message);
+      return;
+    }
     std::string_view text = message;
     // A closing line feed is the end of the record, not part of its text.
     if (!text.empty() && text.back() == '\n') text.remove_suffix(1);

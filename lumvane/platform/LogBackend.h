@@ -53,8 +53,9 @@ std::shared_ptr<LogBackend> NewStderrLogBackend(LogLevel threshold, int fd = STD
 std::shared_ptr<LogBackend> NewSyslogLogBackend(LogLevel threshold);
 // Journal: one structured entry per message with PRIORITY, MESSAGE,
 // SYSLOG_IDENTIFIER (the program's name), LUMVANE_SUBSYSTEM and
-// LUMVANE_CATEGORY, and no source-location fields. Should the journal refuse
-// an entry, the record goes to standard error instead, so none is lost.
+// LUMVANE_CATEGORY, and no source-location fields. When no journal listens
+// (its socket is missing) or it refuses an entry, the record goes to standard
+// error instead, so none is lost.
 std::shared_ptr<LogBackend> NewJournalLogBackend(LogLevel threshold);
 std::shared_ptr<LogBackend> NewDisabledLogBackend();
 

@@ -83,9 +83,6 @@ TEST(LogBackendTest, TargetComesFromTheVariableElseFromTheJournalStream) {
   ::close(fd);
 }
 
-// glibc's syslog(3) writes datagrams to /dev/log. The child takes a private
-// /dev in a user and mount namespace, listens there itself and passes what
-// arrived back through a pipe, each datagram ending in a NUL.
 constexpr int kNoNamespaces = 77;
 
 void WriteProcFile(const char* path, const std::string& text) {
@@ -96,18 +93,49 @@ void WriteProcFile(const char* path, const std::string& text) {
   ::close(fd);
 }
 
-[[noreturn]] void SyslogChild(int out) {
-  ::alarm(10);
-  const uid_t uid = ::getuid();
-  const gid_t gid = ::getgid();
-  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ::_exit(kNoNamespaces);
-  WriteProcFile("/proc/self/setgroups", "deny");
-  WriteProcFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
-  WriteProcFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
-  if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      ::mount("tmpfs", "/dev", "tmpfs", 0, nullptr) != 0) {
-    ::_exit(kNoNamespaces);
+struct ChildRun {
+  pid_t pid = -1;
+  int status = -1;  // exit status; kNoNamespaces when the mount was refused
+  std::string output;
+};
+
+// Runs `body` in a child process with a fresh tmpfs over `directory`, in
+// its own user and mount namespaces, and gives back what the body wrote to
+// the descriptor it was handed.
+ChildRun InPrivateMount(const char* directory, void (*body)(int out)) {
+  ChildRun run;
+  int pipeFds[2];
+  if (::pipe2(pipeFds, O_CLOEXEC) != 0) return run;
+  run.pid = ::fork();
+  if (run.pid == 0) {
+    ::alarm(10);
+    const uid_t uid = ::getuid();
+    const gid_t gid = ::getgid();
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ::_exit(kNoNamespaces);
+    WriteProcFile("/proc/self/setgroups", "deny");
+    WriteProcFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
+    WriteProcFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", directory, "tmpfs", 0, nullptr) != 0) {
+      ::_exit(kNoNamespaces);
+    }
+    body(pipeFds[1]);
+    ::_exit(0);
   }
+  ::close(pipeFds[1]);
+  char buf[4096];
+  for (ssize_t n; (n = ::read(pipeFds[0], buf, sizeof buf)) > 0;) run.output.append(buf, n);
+  ::close(pipeFds[0]);
+  int status = 0;
+  if (run.pid > 0 && ::waitpid(run.pid, &status, 0) == run.pid && WIFEXITED(status)) {
+    run.status = WEXITSTATUS(status);
+  }
+  return run;
+}
+
+// glibc's syslog(3) writes datagrams to /dev/log: the child listens there
+// itself and passes each datagram on, ending in a NUL.
+void SyslogBody(int out) {
   int sock = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   struct sockaddr_un addr = {};
   addr.sun_family = AF_UNIX;
@@ -125,27 +153,14 @@ void WriteProcFile(const char* path, const std::string& text) {
     buf[n] = '\0';
     if (::write(out, buf, static_cast<size_t>(n) + 1) != n + 1) ::_exit(3);
   }
-  ::_exit(0);
 }
 
 TEST(LogBackendTest, SyslogDatagramsCarryPriorityTagAndRecordText) {
-  int pipeFds[2];
-  ASSERT_EQ(::pipe2(pipeFds, O_CLOEXEC), 0);
-  pid_t pid = ::fork();
-  ASSERT_GE(pid, 0);
-  if (pid == 0) SyslogChild(pipeFds[1]);
-  ::close(pipeFds[1]);
-  std::string received;
-  char buf[4096];
-  for (ssize_t n; (n = ::read(pipeFds[0], buf, sizeof buf)) > 0;) received.append(buf, n);
-  ::close(pipeFds[0]);
-  int status = 0;
-  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFEXITED(status)) << "child ended by signal " << WTERMSIG(status);
-  if (WEXITSTATUS(status) == kNoNamespaces) {
-    GTEST_SKIP() << "no user and mount namespaces here: cannot take a private /dev/log";
-  }
-  ASSERT_EQ(WEXITSTATUS(status), 0);
+  const ChildRun run = InPrivateMount("/dev", SyslogBody);
+  if (run.status == kNoNamespaces) GTEST_SKIP() << "no user and mount namespaces here";
+  ASSERT_EQ(run.status, 0);
+  const std::string& received = run.output;
+  const pid_t pid = run.pid;
 
   std::vector<std::string> datagrams;
   for (size_t start = 0, end; (end = received.find('\0', start)) != std::string::npos;
@@ -167,6 +182,20 @@ TEST(LogBackendTest, SyslogDatagramsCarryPriorityTagAndRecordText) {
     ASSERT_GE(d.size(), expected[i].tail.size()) << d;
     EXPECT_EQ(d.substr(d.size() - expected[i].tail.size()), expected[i].tail) << d;
   }
+}
+
+// With no journal to take it (a private, empty /run), an entry goes to
+// standard error as a stderr record instead of being lost.
+void JournalBody(int out) {
+  ::dup2(out, STDERR_FILENO);
+  NewJournalLogBackend(LogLevel::Debug)->write(LogLevel::Info, "sub", "cat", "kept\n");
+}
+
+TEST(LogBackendTest, JournalEntriesFallBackToStderrWhenNoJournalListens) {
+  const ChildRun run = InPrivateMount("/run", JournalBody);
+  if (run.status == kNoNamespaces) GTEST_SKIP() << "no user and mount namespaces here";
+  ASSERT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, Prefix(run.pid) + "info sub/cat: kept\n");
 }
 
 }  // namespace
