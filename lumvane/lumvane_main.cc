@@ -48,7 +48,8 @@ constexpr char kUsage[] =
     "usage.\n"
     "\n"
     "Environment: LUMVANE_LOG_LEVEL (debug, info, error, off), LUMVANE_LOG_TARGET\n"
-    "(stderr, syslog), LUMVANE_STATE_DIR (its file 'defer' asks the run to give\n"
+    "(stderr, syslog, journal; unset: journal when JOURNAL_STREAM names standard\n"
+    "error, else stderr), LUMVANE_STATE_DIR (its file 'defer' asks the run to give\n"
     "way), LUMVANE_INTERNAL_DIAGNOSTICS=1 (report without asking the telemetry\n"
     "service; also the file /etc/lumvane/internal-diagnostics).\n"
     "The guard file of a run under way is /var/tmp/lumvane_running.\n";
