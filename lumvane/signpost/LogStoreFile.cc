@@ -23,7 +23,9 @@ LogStoreFile::~LogStoreFile() {
 
 std::optional<Error> LogStoreFile::open(const std::string& path) {
   path_ = path;
-  fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  // "-" is standard input (JSON lines piped from journalctl).
+  fd_ = path == "-" ? ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                    : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd_ < 0) return Error::fromErrno("cannot open " + path, errno);
   (void)::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
   buf_.assign(capacity_ + kPadding, '\0');
