@@ -54,6 +54,8 @@ bool JournalJsonLineParser::parse(std::string_view line, size_t padding,
       return false;
     }
 
+    // Values of fields nobody reads are skipped undecoded.
+    if (!SignpostEntryBuilder::wants(key)) continue;
     od::value& v = field.value();
     od::json_type type;
     if (v.type().get(type) != simdjson::SUCCESS) return false;

@@ -145,6 +145,10 @@ void SignpostEntryBuilder::reset() {
   bootIDOverride_.clear();
 }
 
+bool SignpostEntryBuilder::wants(std::string_view field) {
+  return field == "MESSAGE_ID" || field == "SIGNPOST_ATTRIBUTE" || fieldOf(field).has_value();
+}
+
 void SignpostEntryBuilder::add(std::string_view field, std::string_view value) {
   if (field == "MESSAGE_ID") {
     isSignpost_ = isSignpost_ || value == kMessageID;

@@ -49,6 +49,10 @@ class SignpostEntryBuilder final {
   // One value of one field of the current entry.
   void add(std::string_view field, std::string_view value);
 
+  // Whether add() reads `field` at all: a source may skip decoding the
+  // values of other fields.
+  static bool wants(std::string_view field);
+
   // Timestamps and boot ID that a source knows without reading fields; they
   // take precedence over the same values given as fields.
   void setRealtimeUsec(uint64_t usec) { realtime_ = usec; }
