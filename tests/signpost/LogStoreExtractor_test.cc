@@ -1,7 +1,9 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 
 #include <gmock/gmock.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <thread>
@@ -328,6 +330,17 @@ TEST(LogStoreExtractorTest, StoreFormsAndTheirErrors) {
   WriteFile(run.dir.file("fake"), std::string("LPKSHHRH") + std::string(300, '\0'));
   EXPECT_FALSE(run.read(run.dir.file("fake")).ok);
   EXPECT_THAT(run.error->localizedDescription(), HasSubstr("journal " + run.dir.file("fake")));
+
+  // "-" is standard input.
+  const int savedStdin = ::dup(STDIN_FILENO);
+  const int fd = ::open(run.dir.file("b.json").c_str(), O_RDONLY);
+  ASSERT_EQ(::dup2(fd, STDIN_FILENO), STDIN_FILENO);
+  ::close(fd);
+  run.read("-");
+  ::dup2(savedStdin, STDIN_FILENO);
+  ::close(savedStdin);
+  EXPECT_TRUE(run.ok);
+  EXPECT_EQ(run.stats().unmatchedEnds, 1u);
 
   for (const char* bad : {"absent", "mixed"}) {
     if (std::string(bad) == "mixed") {
