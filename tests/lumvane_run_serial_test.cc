@@ -17,7 +17,6 @@
 #include "lumvane/platform/DovetelEventReader.h"
 #include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/signpost/LogStoreExtractor.h"
-#include "lumvane/signpost/LogStoreTimestamp.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -31,6 +30,7 @@ using testing::PathExists;
 constexpr char kGuardFile[] = "/var/tmp/lumvane_running";
 constexpr char kDiagnosticsMarker[] = "/etc/lumvane/internal-diagnostics";
 constexpr char kEnd[] = "2024-05-01T12:00:00+02:00";
+const Date kEndDate{std::chrono::seconds(1714557600)};  // kEnd
 
 // What a run over the store must send, worked out here with the store reader
 // and a fresh object filter of this build's platform.
@@ -158,7 +158,7 @@ class LumvaneRunTest : public ::testing::Test {
 
 TEST_F(LumvaneRunTest, SendsTwoEventsPerAcceptedObjectThenCountsThenStatistics) {
   const std::string store = generateStore(7, 300);
-  const Expected expected = ExpectedFor(store, *ParseLogStoreTimestamp(kEnd));
+  const Expected expected = ExpectedFor(store, kEndDate);
   ASSERT_GE(expected.accepted.size(), 10u) << "the store should hold reportable objects";
   ASSERT_LT(expected.accepted.size(), expected.filter->allInspectedSignpostObjectsAggregation()
                                           .totalCount())
@@ -252,7 +252,7 @@ TEST_F(LumvaneRunTest, AnswersUsageWithItsExitStatus) {
 
 TEST_F(LumvaneRunTest, DeferralDuringProcessingEndsTheRunInterrupted) {
   const std::string store = generateStore(11, 21000);
-  const Expected expected = ExpectedFor(store, *ParseLogStoreTimestamp(kEnd));
+  const Expected expected = ExpectedFor(store, kEndDate);
   // Two throttled sends per object at 80 a second: longer than the second
   // poll can be late (its period plus its leeway, 20 s).
   ASSERT_GE(expected.accepted.size(), 1000u);
