@@ -38,8 +38,9 @@ std::optional<Error> JournalReader::open(Source source, const std::string& path,
   if (r < 0) return Error::fromErrno("cannot open journal " + name, -r);
   std::unique_ptr<sd_journal, Closer> journal(j);
 
-  // Signpost fields are short; no value is cut at libsystemd's default
-  // threshold of 64 KiB either.
+  // No value may come cut short at libsystemd's default threshold of
+  // 64 KiB: a shortened argument would be reported as if whole. Values over
+  // kMaxValueBytes are refused by readEntry instead.
   r = sd_journal_set_data_threshold(j, 0);
   if (r >= 0) {
     const std::string match =
@@ -74,7 +75,12 @@ std::optional<Error> JournalReader::readEntry(SignpostEntryBuilder* builder) {
     const std::string_view field(static_cast<const char*>(data), length);
     const size_t eq = field.find('=');
     if (eq == std::string_view::npos) continue;
-    builder->add(field.substr(0, eq), field.substr(eq + 1));
+    const std::string_view name = field.substr(0, eq);
+    if (field.size() - eq - 1 > kMaxValueBytes) {
+      if (SignpostEntryBuilder::wants(name)) builder->markUnreadable();
+      continue;
+    }
+    builder->add(name, field.substr(eq + 1));
   }
   if (r < 0) return Error::fromErrno("cannot read an entry of journal " + name_, -r);
 

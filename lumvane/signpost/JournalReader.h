@@ -25,6 +25,10 @@ class JournalReader final {
  public:
   enum class Source { Machine, Directory, File };
 
+  // The longest value of a signpost field that is read; an entry with a
+  // longer one is malformed, as a JSON line over the store's record limit.
+  static constexpr size_t kMaxValueBytes = size_t{1} << 20;
+
   ~JournalReader();
   JournalReader(const JournalReader&) = delete;
   JournalReader& operator=(const JournalReader&) = delete;

@@ -140,6 +140,7 @@ void SignpostEntryBuilder::reset() {
   }
   attributeCount_ = 0;
   isSignpost_ = false;
+  unreadable_ = false;
   realtime_.reset();
   monotonic_.reset();
   bootIDOverride_.clear();
@@ -186,7 +187,7 @@ SignpostEntryBuilder::Verdict SignpostEntryBuilder::finish() {
   const std::optional<uint64_t> realtime = realtimeUsec();
   if (!realtime) return Verdict::NoRealtime;
   entry_.time.realtimeUsec = *realtime;
-  return readEntry() ? Verdict::Signpost : Verdict::Malformed;
+  return !unreadable_ && readEntry() ? Verdict::Signpost : Verdict::Malformed;
 }
 
 bool SignpostEntryBuilder::readEntry() {

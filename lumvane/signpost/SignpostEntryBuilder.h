@@ -49,6 +49,10 @@ class SignpostEntryBuilder final {
   // One value of one field of the current entry.
   void add(std::string_view field, std::string_view value);
 
+  // Marks the current entry as unreadable (a value the source would not
+  // hold, say): a signpost entry then comes out Malformed.
+  void markUnreadable() { unreadable_ = true; }
+
   // Whether add() reads `field` at all: a source may skip decoding the
   // values of other fields.
   static bool wants(std::string_view field);
@@ -96,6 +100,7 @@ class SignpostEntryBuilder final {
   std::vector<std::string> attributes_;
   size_t attributeCount_ = 0;
   bool isSignpost_ = false;
+  bool unreadable_ = false;
   std::optional<uint64_t> realtime_;
   std::optional<uint64_t> monotonic_;
   std::string bootIDOverride_;

@@ -41,6 +41,8 @@ TEST(JournalReaderTest, ReadsFromTheWindowStartToTheFirstEntryPastItsEnd) {
           Entry(3, "SIGNPOST_TYPE=event\nSIGNPOST_ID=3\n") +
           Entry(4, "SIGNPOST_TYPE=end\nSIGNPOST_ID=7\nSIGNPOST_BOOTTIME_NSEC=3500000000\n") +
           Entry(5, "SIGNPOST_TYPE=bogus\nSIGNPOST_ID=8\n") +
+          Entry(6, "SIGNPOST_TYPE=event\nSIGNPOST_ID=9\nSIGNPOST_NAME=" +
+                       std::string(JournalReader::kMaxValueBytes + 1, 'n') + "\n") +
           Entry(20, "SIGNPOST_TYPE=event\nSIGNPOST_ID=4\n") +
           Entry(30, "SIGNPOST_TYPE=event\nSIGNPOST_ID=5\n"));
   const std::string file = dir.file("journal/" + machine + "/system.journal");
@@ -66,8 +68,8 @@ TEST(JournalReaderTest, ReadsFromTheWindowStartToTheFirstEntryPastItsEnd) {
     EXPECT_EQ(durations, std::vector<float>{2.5f}) << store;
     EXPECT_EQ(eventProcesses, std::vector<std::string>{"tool"}) << store;
     const LogStoreReadStatistics& s = extractor.lastReadStatistics();
-    EXPECT_EQ(extractor.processedEventCount(), 4u) << store;  // 1, 3, 4 and the bogus 5
-    EXPECT_EQ(s.malformedRecords, 1u) << store;
+    EXPECT_EQ(extractor.processedEventCount(), 5u) << store;  // 1, 3, 4, 5 and 6
+    EXPECT_EQ(s.malformedRecords, 2u) << store;                // 5's type, 6's long name
     EXPECT_EQ(s.recordsOutsideWindow, 1u) << store;  // 20 ends the walk; -5 is sought past
 
     extractor.stopProcessing();
