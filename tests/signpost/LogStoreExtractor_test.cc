@@ -198,7 +198,7 @@ TEST(LogStoreExtractorTest, TelemetryOnTheEventOrEitherSideOfTheInterval) {
 TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAndAttributesComeFromBoth) {
   E begin = E().t(1).kind("begin").set("SIGNPOST_STRING1_NAME", "Path")
                 .set("SIGNPOST_STRING1_VALUE", "Root").set("SIGNPOST_NUMBER1_NAME", "n")
-                .raw("SIGNPOST_ATTRIBUTE", R"(["Id=com.begin","Eq=a=b","Twice=1","Twice=2"])");
+                .raw("SIGNPOST_ATTRIBUTE", R"(["Id=com.begin",[69,113,61,97,61,98],"Twice=1","Twice=2"])");
   E end = E().t(2).kind("end").set("SIGNPOST_STRING1_NAME", "Path")
               .set("SIGNPOST_STRING1_VALUE", "Ext").set("SIGNPOST_NUMBER1_NAME", "n")
               .set("SIGNPOST_NUMBER1_VALUE", "-3").set("SIGNPOST_STRING2_NAME", "Half")
@@ -210,6 +210,7 @@ TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAndAttributesComeFromBoth
   EXPECT_EQ(*i.string1Value(), "Root");
   EXPECT_EQ(*i.number1Value(), Number::fromInt64(-3));  // the begin has a name but no value
   EXPECT_FALSE(i.string2Name());                          // a name without a value fills nothing
+  // "Eq=a=b" came as byte numbers; "Twice" has no winner and "NoEquals" no value.
   EXPECT_EQ(i.attributes(), (Dictionary{{"Id", "com.begin"}, {"Eq", "a=b"}, {"Mode", "fast"}}))
       << Value(i.attributes()).description();
   EXPECT_EQ(*i.endEvent()->string1Value(), "Ext");
