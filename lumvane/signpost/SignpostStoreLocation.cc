@@ -62,10 +62,11 @@ std::optional<Error> SignpostStoreLocation::recognize(const std::optional<std::s
   struct stat st;
   if (::stat(path->c_str(), &st) != 0) return Error::fromErrno("cannot open " + *path, errno);
   if (!S_ISDIR(st.st_mode)) {
-    // Only a regular file is looked into; anything else is left to the
-    // JSON-lines reader, which refuses it with its own reason.
+    // Only a regular file can be a journal file (libsystemd maps it); any
+    // other kind is left to the JSON-lines reader, which refuses what it
+    // cannot read with its own reason, without blocking.
     const bool journal =
-        IsJournalName(*path) || (S_ISREG(st.st_mode) && HasJournalSignature(*path));
+        S_ISREG(st.st_mode) && (IsJournalName(*path) || HasJournalSignature(*path));
     out->form = journal ? Form::JournalFile : Form::JsonLines;
     if (!journal) out->files.push_back(*path);
     return std::nullopt;
