@@ -9,11 +9,15 @@
 
 #include "lumvane/platform/DovetelEventSink.h"
 #include "lumvane/platform/InternalDiagnostics.h"
-#include "lumvane/platform/ManualTimerFactory.h"
-#include "lumvane/platform/RecordingActivityScheduler.h"
-#include "lumvane/signpost/ScriptedExtractor.h"
 #include "lumvane/signpost/SignpostAnimationInterval.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeContinuousClock.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
+#include "tests/support/platform/ManualTimerFactory.h"
+#include "tests/support/platform/RecordingActivityScheduler.h"
+#include "tests/support/platform/RecordingDovetelSink.h"
+#include "tests/support/platform/RecordingSleeper.h"
+#include "tests/support/signpost/ScriptedExtractor.h"
 
 namespace lumvane {
 namespace {

@@ -2,7 +2,7 @@
 // stores written here, and checks from the outside what they append to the
 // telemetry service's event file and what becomes of the guard file. Every
 // expectation is written out from the store the test wrote. A run takes the
-// machine-wide guard file, so these tests never run alongside one another.
+// guard file under /var/tmp; the serial tests' main gives it a private one.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -18,6 +18,7 @@
 
 #include "lumvane/platform/DovetelEventReader.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
 
 namespace lumvane {
 namespace {
@@ -31,65 +32,86 @@ constexpr char kGuardFile[] = "/var/tmp/lumvane_running";
 constexpr char kDiagnosticsMarker[] = "/etc/lumvane/internal-diagnostics";
 constexpr char kEnd[] = "2024-05-01T12:00:00+02:00";
 
-// One signpost record of the store. `format` and `message` carry the
-// telemetry arguments; "enableTelemetry=YES" in both switches telemetry on.
-std::string Record(const std::string& time, const std::string& type, uint64_t id,
-                   const std::string& name, const std::string& scope, const std::string& subsystem,
-                   const std::string& category, int pid, const std::string& image,
-                   const std::string& format, const std::string& message) {
-  return "{\"timestamp\":\"" + time + "\",\"eventType\":\"signpostEvent\",\"signpostType\":\"" +
-         type + "\",\"signpostID\":" + std::to_string(id) + ",\"signpostName\":\"" + name +
-         "\",\"signpostScope\":\"" + scope + "\",\"subsystem\":\"" + subsystem +
-         "\",\"category\":\"" + category + "\",\"processID\":" + std::to_string(pid) +
-         ",\"threadID\":1,\"processImagePath\":\"" + image + "\",\"formatString\":\"" + format +
-         "\",\"eventMessage\":\"" + message + "\"}\n";
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+// One journal entry as `journalctl -o json` writes it, `seconds` after the
+// epoch on the wall clock; the monotonic clock of the one boot runs along.
+std::string Entry(double seconds, const Fields& fields) {
+  const auto usec = static_cast<uint64_t>(seconds * 1e6);
+  std::string line = "{\"__REALTIME_TIMESTAMP\":\"" + std::to_string(usec) +
+                     "\",\"__MONOTONIC_TIMESTAMP\":\"" +
+                     std::to_string(usec - 1714000000000000) +
+                     "\",\"_BOOT_ID\":\"5d1c0de5b0075a3e8e6f1a2b3c4d5e6f\"";
+  for (const auto& [key, value] : fields) line += ",\"" + key + "\":\"" + value + "\"";
+  return line + "}\n";
 }
 
-constexpr char kTapFormat[] = "Tap Zone=%{public,signpost.telemetry:string1}s";
+// A signpost entry of process `pid`, running /usr/libexec/`comm`.
+std::string Signpost(double seconds, const std::string& type, uint64_t id, const std::string& name,
+                     const std::string& scope, const std::string& subsystem,
+                     const std::string& category, int pid, const std::string& comm,
+                     Fields arguments) {
+  Fields fields = {{"MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31"},
+                   {"MESSAGE", name + " " + type},
+                   {"PRIORITY", "6"},
+                   {"_PID", std::to_string(pid)},
+                   {"_COMM", comm},
+                   {"_EXE", "/usr/libexec/" + comm},
+                   {"SIGNPOST_TYPE", type},
+                   {"SIGNPOST_ID", std::to_string(id)},
+                   {"SIGNPOST_SCOPE", scope},
+                   {"SIGNPOST_SUBSYSTEM", subsystem},
+                   {"SIGNPOST_CATEGORY", category},
+                   {"SIGNPOST_NAME", name},
+                   {"SIGNPOST_TID", std::to_string(pid)}};
+  fields.insert(fields.end(), arguments.begin(), arguments.end());
+  return Entry(seconds, fields);
+}
 
-std::string Tap(const std::string& time, uint64_t id, const std::string& zone, bool enabled) {
-  const std::string on = enabled ? " enableTelemetry=YES" : "";
-  return Record(time, "event", id, "Tap", "process", "com.orvel.touch", "Input", 77,
-                "/system/bin/netmond", kTapFormat + on, "Tap Zone=" + zone + on);
+constexpr double kEndSeconds = 1714557600;  // kEnd
+
+std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabled) {
+  Fields arguments = {{"SIGNPOST_STRING1_NAME", "Zone"}, {"SIGNPOST_STRING1_VALUE", zone}};
+  if (enabled) arguments.emplace_back("SIGNPOST_TELEMETRY", "1");
+  return Signpost(seconds, "event", id, "Tap", "process", "com.orvel.touch", "Input", 77,
+                  "netmond", arguments);
 }
 
 // The day before kEnd holds, in this order: a cold launch from composerd
 // (begin) to indexd (end), 1.5 s long, with a whitelisted string and two
-// numbers; a plain log line; a tap with "Ext"; a tap with a private string;
-// a tap without telemetry; a tap with "Root". A tap before the day, an
-// exporter's preamble and its trailer are not part of it.
+// numbers; another program's log entry; a tap with "Ext"; a tap with a
+// private string; a tap without telemetry; a tap with "Root". A tap before
+// the day and a line that is no JSON object are not part of it.
 std::string SmallStore() {
-  const std::string launch = " enableTelemetry=YES";
-  return "lumvane signpost store export\n" +
-         Tap("2024-04-30 11:00:00.000000+0200", 9, "Root", true) +
-         Record("2024-05-01 10:00:00.000000+0200", "begin", 1, "ColdLaunch", "system",
-                "com.orvel.launch", "App", 201, "/system/bin/composerd",
-                "Cold launch Phase=%{public,signpost.telemetry:string1}s "
-                "Frames=%{public,signpost.telemetry:number1}llu" + launch,
-                "Cold launch Phase=Root Frames=12" + launch) +
-         Record("2024-05-01 10:00:01.500000+0200", "end", 1, "ColdLaunch", "system",
-                "com.orvel.launch", "App", 903, "/system/bin/indexd",
-                "Finished Code=%{public,signpost.telemetry:number2}lld" + launch,
-                "Finished Code=-3" + launch) +
-         "{\"timestamp\":\"2024-05-01 10:01:00.000000+0200\",\"eventType\":\"logEvent\","
-         "\"subsystem\":\"com.orvel.touch\",\"category\":\"Input\",\"processID\":77,"
-         "\"threadID\":1,\"processImagePath\":\"/system/bin/netmond\",\"formatString\":\"Touch "
-         "panel idle\",\"eventMessage\":\"Touch panel idle\"}\n" +
-         Tap("2024-05-01 10:05:00.000000+0200", 2, "Ext", true) +
-         Tap("2024-05-01 10:06:00.000000+0200", 3, "secret-user-token", true) +
-         Tap("2024-05-01 10:07:00.000000+0200", 4, "Root", false) +
-         Tap("2024-05-01 10:08:00.000000+0200", 5, "Root", true) + "{\"count\":8,\"finished\":1}\n";
+  const double day = kEndSeconds - 7200;  // 10:00 of the day, two hours before its end
+  return Tap(kEndSeconds - 90000, 9, "Root", true) + "-- Boot 5d1c0de5 --\n" +
+         Signpost(day, "begin", 1, "ColdLaunch", "system", "com.orvel.launch", "App", 201,
+                  "composerd",
+                  {{"SIGNPOST_TELEMETRY", "1"},
+                   {"SIGNPOST_STRING1_NAME", "Phase"},
+                   {"SIGNPOST_STRING1_VALUE", "Root"},
+                   {"SIGNPOST_NUMBER1_NAME", "Frames"},
+                   {"SIGNPOST_NUMBER1_VALUE", "12"}}) +
+         Signpost(day + 1.5, "end", 1, "ColdLaunch", "system", "com.orvel.launch", "App", 903,
+                  "indexd",
+                  {{"SIGNPOST_TELEMETRY", "1"},
+                   {"SIGNPOST_NUMBER2_NAME", "Code"},
+                   {"SIGNPOST_NUMBER2_VALUE", "-3"}}) +
+         Entry(day + 60, {{"MESSAGE", "Touch panel idle"},
+                          {"PRIORITY", "6"},
+                          {"_PID", "77"},
+                          {"_COMM", "netmond"},
+                          {"SIGNPOST_NAME", "Tap"}}) +
+         Tap(day + 300, 2, "Ext", true) + Tap(day + 360, 3, "secret-user-token", true) +
+         Tap(day + 420, 4, "Root", false) + Tap(day + 480, 5, "Root", true);
 }
 
 // `count` reportable taps, one a second, the last an hour before `end`.
 std::string TapStore(size_t count, std::time_t end) {
   std::string store;
   for (size_t i = 0; i < count; ++i) {
-    const std::time_t t = end - 3600 - static_cast<std::time_t>(count - i);
-    char time[40];
-    std::tm tm{};
-    std::strftime(time, sizeof time, "%Y-%m-%d %H:%M:%S.000000+0000", gmtime_r(&t, &tm));
-    store += Tap(time, 100 + i, i % 2 ? "Ext" : "Root", true);
+    const double t = static_cast<double>(end) - 3600 - static_cast<double>(count - i);
+    store += Tap(t, 100 + i, i % 2 ? "Ext" : "Root", true);
   }
   return store;
 }
@@ -113,12 +135,9 @@ std::vector<std::string> Lines(const std::string& file) {
 class LumvaneRunTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (PathExists(kGuardFile)) {
-      GTEST_SKIP() << kGuardFile << " exists (a run under way, or one that never finished); "
-                   << "left alone";
-    }
-    if (PathExists(kDiagnosticsMarker)) GTEST_SKIP() << kDiagnosticsMarker << " exists";
-    guardWasAbsent_ = true;
+    // The private /var/tmp and /etc/lumvane start empty.
+    ASSERT_FALSE(PathExists(kGuardFile));
+    ASSERT_FALSE(PathExists(kDiagnosticsMarker));
     ASSERT_TRUE(std::filesystem::create_directory(dir_.file("state")));
     ASSERT_TRUE(std::filesystem::create_directories(dir_.file("dovetel/configurations")));
     setTaskedOn(true);
@@ -126,7 +145,7 @@ class LumvaneRunTest : public ::testing::Test {
 
   void TearDown() override {
     // Only a run of this test can have left it: it was absent before.
-    if (guardWasAbsent_ && PathExists(kGuardFile)) {
+    if (PathExists(kGuardFile)) {
       ADD_FAILURE() << "the run left " << kGuardFile << " behind";
       ::unlink(kGuardFile);
     }
@@ -179,7 +198,6 @@ class LumvaneRunTest : public ::testing::Test {
   }
 
   testing::TempDir dir_;
-  bool guardWasAbsent_ = false;
 };
 
 TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeysInOrder) {
@@ -224,7 +242,7 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
       count("com.orvel.touch", "Input", 2, "ReportedEvents"),
       count("com.orvel.touch", "Input", 1, "StringWhitelistFiltered"),
       line("com.orvel.performance.signpost_reporting_stats",
-           R"({"ProcessingDurationInSeconds": D, "LogObjectsProcessed": 7, )"
+           R"({"ProcessingDurationInSeconds": D, "LogObjectsProcessed": 6, )"
            R"("AnimationsReported": 0, "IntervalsReported": 1, "EventsReported": 2, )"
            R"("AnimationsNotReported": 0, "IntervalsNotReported": 0, "EventsNotReported": 2, )"
            R"("WasInterrupted": false})")};
@@ -327,13 +345,8 @@ TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunT
 // store is refused at once, by name, instead of blocking or reading forever.
 TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInputAndRefusesSpecialFiles) {
   const std::string store = dir_.file("one.ndjson");
-  testing::WriteFile(store,
-                     "{\"timestamp\":\"2024-05-01 11:00:00.000000+0200\",\"eventType\":"
-                     "\"signpostEvent\",\"signpostType\":\"event\",\"signpostID\":1,"
-                     "\"signpostName\":\"Load\",\"signpostScope\":\"process\",\"subsystem\":"
-                     "\"com.test\",\"category\":\"ui\",\"processID\":100,\"threadID\":1000,"
-                     "\"processImagePath\":\"/usr/bin/tester\",\"eventMessage\":"
-                     "\"enableTelemetry=YES\"}\n");
+  testing::WriteFile(store, Signpost(kEndSeconds - 3600, "event", 1, "Load", "process", "com.test",
+                                    "ui", 100, "tester", {{"SIGNPOST_TELEMETRY", "1"}}));
   auto piped = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
                      store);
   ASSERT_EQ(piped->wait(30s), 0) << piped->err();
@@ -357,6 +370,28 @@ TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInputAndRefusesSpecialFiles) {
         << refused->err();
     EXPECT_FALSE(PathExists(kGuardFile));
   }
+}
+
+// An endless line on standard input: the deferral poll's stop ends the read
+// inside the line, and the run reports as interrupted.
+TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
+  auto run = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
+                   "/dev/zero");
+  ASSERT_TRUE(run->waitForError("Deferral not requested, continuing.", 10s)) << run->err();
+  testing::WriteFile(dir_.file("state/defer"), "");
+  // The next poll comes within the period plus the leeway, 20 s; the stop it
+  // makes ends the read inside the line at once.
+  ASSERT_EQ(run->wait(30s), 0) << run->err();
+  EXPECT_NE(run->err().find("Concluding processing due to deferral request"), std::string::npos)
+      << run->err();
+  const std::vector<DovetelEvent> sent =
+      ReadDovetelEvents(dir_.file("dovetel/events.ndjson")).events;
+  ASSERT_FALSE(sent.empty());
+  EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
+  const Value* interrupted = sent.back().payload.find("WasInterrupted");
+  ASSERT_TRUE(interrupted);
+  EXPECT_EQ(*interrupted, Value(Number::fromBool(true)));
+  EXPECT_FALSE(PathExists(kGuardFile));
 }
 
 }  // namespace

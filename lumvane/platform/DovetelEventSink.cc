@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -38,10 +39,6 @@ namespace {
   return std::nullopt;
 }
 
-std::optional<Error> ReadError(const std::string& path, int err) {
-  return Error::fromErrno("cannot read " + path, err);
-}
-
 // The length of the file up to and including its last line feed: what is
 // left once a partial last line is cut away. Reads backwards from the end in
 // blocks, so a whole file is read only when it holds no line feed at all.
@@ -57,7 +54,7 @@ std::optional<Error> ReadError(const std::string& path, int err) {
     do {
       n = ::pread(fd, block, want, start);
     } while (n < 0 && errno == EINTR);
-    if (n < 0) return ReadError(path, errno);
+    if (n < 0) return Error::fromErrno("cannot read " + path, errno);
     if (static_cast<size_t>(n) != want) return Error("cannot read " + path + ": it shrank");
     for (size_t i = want; i > 0; --i) {
       if (block[i - 1] == '\n') {

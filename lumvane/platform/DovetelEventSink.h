@@ -26,10 +26,8 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "lumvane/signpost/Value.h"
 
@@ -53,28 +51,5 @@ std::shared_ptr<DovetelEventSink> NewFileDovetelEventSink(FileDovetelEventSinkOp
 std::shared_ptr<DovetelEventSink> ExchangeDovetelEventSink(std::shared_ptr<DovetelEventSink> sink);
 
 void DovetelSendEvent(const std::string& name, const Dictionary& payload);
-
-// Test double: keeps every event, in the order sent.
-class RecordingDovetelSink final : public DovetelEventSink {
- public:
-  struct Event {
-    std::string name;
-    Dictionary payload;
-  };
-
-  void sendEvent(const std::string& name, const Dictionary& payload) override {
-    std::lock_guard<std::mutex> lock(mu_);
-    events_.push_back({name, payload});
-  }
-
-  std::vector<Event> events() const {
-    std::lock_guard<std::mutex> lock(mu_);
-    return events_;
-  }
-
- private:
-  mutable std::mutex mu_;
-  std::vector<Event> events_;
-};
 
 }  // namespace lumvane

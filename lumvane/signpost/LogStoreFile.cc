@@ -25,29 +25,26 @@ LogStoreFile::LogStoreFile(size_t chunkBytes, size_t maxRecordBytes,
       // tells that the record has ended.
       holdLimit_(std::max(capacity_, maxRecordBytes + 1)) {}
 
-LogStoreFile::~LogStoreFile() {
-  if (fd_ >= 0) ::close(fd_);
-}
+LogStoreFile::~LogStoreFile() = default;
 
 std::optional<Error> LogStoreFile::open(const std::string& path) {
   if (path == kStandardInput) {
     path_ = "standard input";
-    fd_ = ::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0);
-    if (fd_ < 0) return Error::fromErrno("cannot read " + path_, errno);
+    fd_.reset(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    if (!fd_) return Error::fromErrno("cannot read " + path_, errno);
   } else {
     path_ = path;
-    fd_ = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd_ < 0) return Error::fromErrno("cannot open " + path, errno);
+    fd_.reset(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd_) return Error::fromErrno("cannot open " + path, errno);
   }
   struct stat st;
-  if (::fstat(fd_, &st) != 0) return Error::fromErrno("cannot read " + path_, errno);
+  if (::fstat(fd_.get(), &st) != 0) return Error::fromErrno("cannot read " + path_, errno);
   regular_ = S_ISREG(st.st_mode);
   if (!regular_ && path != kStandardInput) {
-    ::close(fd_);
-    fd_ = -1;
+    fd_.reset();
     return Error("cannot read " + path + ": not a regular file");
   }
-  if (regular_) (void)::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+  if (regular_) (void)::posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   buf_.assign(capacity_ + kPadding, '\0');
   // Read until the first non-blank byte decides the framing (or the file
   // ends); blank bytes before it are dropped.
@@ -91,7 +88,7 @@ bool LogStoreFile::fill() {
       return false;
     }
     if (!regular_ && !waitReadable()) return false;
-    const ssize_t n = ::read(fd_, buf_.data() + end_, capacity_ - end_);
+    const ssize_t n = ::read(fd_.get(), buf_.data() + end_, capacity_ - end_);
     if (n > 0) {
       end_ += static_cast<size_t>(n);
       return true;
@@ -109,7 +106,7 @@ bool LogStoreFile::fill() {
 
 bool LogStoreFile::waitReadable() {
   for (;;) {
-    struct pollfd p = {fd_, POLLIN, 0};
+    struct pollfd p = {fd_.get(), POLLIN, 0};
     const int ready = ::poll(&p, 1, kPollMilliseconds);
     if (ready > 0) return true;  // data, end of file or an error for read()
     if (ready < 0 && errno != EINTR) {
@@ -137,7 +134,7 @@ LogStoreFile::Next LogStoreFile::emit(size_t start, size_t end, std::string_view
 }
 
 LogStoreFile::Next LogStoreFile::next(std::string_view* record) {
-  if (fd_ < 0) return Next::End;
+  if (!fd_) return Next::End;
   if (readError_) return Next::Failed;
   if (stopped_) return Next::Stopped;
   return framing_ == Framing::Lines ? nextLine(record) : nextArrayElement(record);

@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "lumvane/platform/Error.h"
+#include "lumvane/platform/UniqueFd.h"
 
 namespace lumvane {
 
@@ -80,7 +81,7 @@ class LogStoreFile final {
   const size_t maxRecordBytes_;
   const std::atomic<bool>* const stopRequested_;
   std::string path_;
-  int fd_ = -1;
+  UniqueFd fd_;
   bool regular_ = true;  // false: standard input of another kind, polled
   bool stopped_ = false;
   std::vector<char> buf_;  // capacity_ bytes of data, then kPadding spare bytes

@@ -33,9 +33,9 @@ struct Process {
   const char* imagePath;
 };
 const Process kProcesses[] = {
-    {201, "/system/bin/composerd"},          {344, "/apps/Gallery.app/Gallery"},
-    {512, "/apps/Mailbox.app/Mailbox"},      {77, "/system/bin/netmond"},
-    {903, "/system/bin/indexd"},             {1288, "/apps/Atlas.app/Atlas"},
+    {201, "/usr/libexec/composerd"},         {344, "/opt/Gallery.AppDir/Gallery"},
+    {512, "/opt/Mailbox.AppDir/Mailbox"},    {77, "/usr/sbin/netmond"},
+    {903, "/usr/libexec/indexd"},            {1288, "/home/user/apps/Atlas.AppDir/Atlas"},
 };
 
 // Patterns expand to a format string and a message: {S1} {S2} {N1} {N2} are
@@ -70,7 +70,8 @@ const SignpostKind kKinds[] = {
      "Indexed batch Store={S1} Documents={N1} Skipped={N2} in {d} ms; tokenizer cache hit rate "
      "stayed above the compaction threshold"},
     {"com.orvel.launch", "App", "ColdLaunch", "process", false,
-     "Cold launch of {s} Phase={S1} Frames={N1}; first frame committed after scene connection"},
+     "Cold launch of {s} Phase={S1} Frames={N1}; first frame drawn after the main window was "
+     "mapped"},
 };
 const char* const kEndPattern =
     "Finished Result={S2} Elapsed={d} ms Code={N2}; resources released and the work item was "
@@ -95,15 +96,15 @@ struct LogKind {
   const char* message;
 };
 const LogKind kLogLines[] = {
-    {"com.orvel.network", "Connection",
-     "Connection %{public}s moved to state %{public}s after %d ms",
-     "Connection C42.1 moved to state ready after 18 ms"},
+    {"com.orvel.network", "Request",
+     "Request %{public}s finished with %{public}s after %d ms",
+     "Request r42 finished with ok after 18 ms"},
     {"com.orvel.storage", "Cache", "Evicted %d entries from %{public}s (%llu bytes)",
      "Evicted 12 entries from thumbnails (4718592 bytes)"},
     {"com.orvel.mailbox", "Account", "Refreshing credentials for %{private}s",
      "Refreshing credentials for <private>"},
-    {"com.orvel.launch", "Scene", "Scene %{public}s became %{public}s",
-     "Scene main-window became foreground-active"},
+    {"com.orvel.launch", "Window", "Window %{public}s is now %{public}s",
+     "Window main-window is now shown"},
 };
 const char* const kFiller[] = {
     "the scheduler kept the task on its preferred core",

@@ -7,6 +7,9 @@
 #include "lumvane/telemetry/ReportSignpostPayload.h"
 #include "lumvane/telemetry/ReportingQueue.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeContinuousClock.h"
+#include "tests/support/platform/RecordingDovetelSink.h"
+#include "tests/support/platform/RecordingSleeper.h"
 
 namespace lumvane {
 namespace {

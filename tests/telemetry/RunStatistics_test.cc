@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "lumvane/platform/DovetelEventSink.h"
-#include "lumvane/signpost/ScriptedExtractor.h"
 #include "lumvane/signpost/SignpostAnimationInterval.h"
 #include "lumvane/signpost/SignpostEvent.h"
 #include "lumvane/signpost/SignpostInterval.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeContinuousClock.h"
+#include "tests/support/platform/RecordingDovetelSink.h"
+#include "tests/support/platform/RecordingSleeper.h"
+#include "tests/support/signpost/ScriptedExtractor.h"
 
 namespace lumvane {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "lumvane/platform/ScriptedConfigurationObserver.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/ScriptedConfigurationObserver.h"
 
 namespace lumvane {
 namespace {

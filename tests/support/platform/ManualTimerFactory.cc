@@ -1,4 +1,4 @@
-#include "lumvane/platform/ManualTimerFactory.h"
+#include "tests/support/platform/ManualTimerFactory.h"
 
 namespace lumvane {
 

@@ -1,4 +1,4 @@
-#include "lumvane/platform/ScriptedConfigurationObserver.h"
+#include "tests/support/platform/ScriptedConfigurationObserver.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "lumvane/platform/RecordingLogBackend.h"
+#include "tests/support/platform/RecordingLogBackend.h"
 
 namespace lumvane {
 

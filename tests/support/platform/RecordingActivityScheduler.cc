@@ -1,4 +1,4 @@
-#include "lumvane/platform/RecordingActivityScheduler.h"
+#include "tests/support/platform/RecordingActivityScheduler.h"
 
 namespace lumvane {
 
