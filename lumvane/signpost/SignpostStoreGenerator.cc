@@ -396,7 +396,7 @@ class Writer {
     if (which != 3) entry_.add("SIGNPOST_SUBSYSTEM", "com.orvel.gallery");
     entry_.add("SIGNPOST_CATEGORY", "Rendering");
     entry_.add("SIGNPOST_NAME", "Orphan");
-    entry_.add("SIGNPOST_TELEMETRY", "1");
+    if (o_.accept) entry_.add("SIGNPOST_TELEMETRY", "1");
     entry_.add("SYSLOG_IDENTIFIER", p.comm);
     trusted(p, "journal");
     ++counts_.signposts;
@@ -451,7 +451,7 @@ class Writer {
         entry_.add("SIGNPOST_SCOPE", "process");
         entry_.add("SIGNPOST_SUBSYSTEM", "com.orvel.gallery");
         entry_.add("SIGNPOST_CATEGORY", "Rendering");
-        entry_.add("SIGNPOST_TELEMETRY", "1");
+        if (o_.accept) entry_.add("SIGNPOST_TELEMETRY", "1");
       }
       trusted(o.process, o.transport);
     }
