@@ -7,6 +7,26 @@
 namespace lumvane {
 namespace {
 
+// JSON string syntax for `s` (quotes included), escaping what JSON requires.
+void AppendJsonQuoted(std::string* out, std::string_view s) {
+  out->push_back('"');
+  for (char c : s) {
+    if (c == '"' || c == '\\') {
+      out->push_back('\\');
+      out->push_back(c);
+    } else if (c == '\n') {
+      out->append("\\n");
+    } else if (static_cast<unsigned char>(c) < 0x20) {
+      char buf[8];
+      std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(c));
+      out->append(buf);
+    } else {
+      out->push_back(c);
+    }
+  }
+  out->push_back('"');
+}
+
 bool IsPrintableText(std::string_view v, bool allowNewline) {
   for (unsigned char c : v) {
     if (c == '\t' || (allowNewline && c == '\n')) continue;
@@ -31,25 +51,6 @@ void AppendJsonValue(std::string* out, std::string_view v) {
 }
 
 }  // namespace
-
-void AppendJsonQuoted(std::string* out, std::string_view s) {
-  out->push_back('"');
-  for (char c : s) {
-    if (c == '"' || c == '\\') {
-      out->push_back('\\');
-      out->push_back(c);
-    } else if (c == '\n') {
-      out->append("\\n");
-    } else if (static_cast<unsigned char>(c) < 0x20) {
-      char buf[8];
-      std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(c));
-      out->append(buf);
-    } else {
-      out->push_back(c);
-    }
-  }
-  out->push_back('"');
-}
 
 void JournalEntryText::add(std::string_view name, std::string_view value) {
   fields_.emplace_back(std::string(name), std::string(value));

@@ -45,7 +45,4 @@ class JournalEntryText final {
   std::vector<std::pair<std::string, std::string>> fields_;
 };
 
-// JSON string syntax for `s` (quotes included), escaping what JSON requires.
-void AppendJsonQuoted(std::string* out, std::string_view s);
-
 }  // namespace lumvane
