@@ -263,7 +263,7 @@ class Writer {
     if (c < 55) return random_.pick(kLookAlikes);
     if (c < 85) return random_.pick(kOrdinary);
     if (c < 98) return random_.pick(kPrivate);
-    return "Caf\xe9";  // Latin-1, not UTF-8: the journal keeps the bytes
+    return "Caf\xc3\xa9";  // UTF-8 beyond ASCII
   }
 
   // Signed, unsigned above 2^63, floating point, or text that is no number.
@@ -381,7 +381,9 @@ class Writer {
     return telemetry;
   }
 
-  // A signpost entry whose required fields are missing or out of their domain.
+  // A signpost entry whose required fields are missing or out of their
+  // domain, or whose text is not UTF-8 (the journal keeps such bytes; a
+  // reader refuses them, as no payload may carry them).
   void malformed() {
     const Process& p = random_.pick(kProcesses);
     entry_.clear();
@@ -389,13 +391,17 @@ class Writer {
     entry_.add("MESSAGE_ID", SignpostStoreGenerator::kSignpostMessageId);
     entry_.add("MESSAGE", "signpost");
     entry_.add("PRIORITY", "6");
-    const uint64_t which = random_.below(4);
+    const uint64_t which = random_.below(5);
     entry_.add("SIGNPOST_TYPE", which == 0 ? "start" : "event");
     entry_.add("SIGNPOST_ID", which == 1 ? "18446744073709551616" : "5");
     entry_.add("SIGNPOST_SCOPE", which == 2 ? "global" : "process");
     if (which != 3) entry_.add("SIGNPOST_SUBSYSTEM", "com.orvel.gallery");
     entry_.add("SIGNPOST_CATEGORY", "Rendering");
     entry_.add("SIGNPOST_NAME", "Orphan");
+    if (which == 4) {
+      entry_.add("SIGNPOST_STRING1_NAME", "Label");
+      entry_.add("SIGNPOST_STRING1_VALUE", "Caf\xe9");  // Latin-1
+    }
     if (o_.accept) entry_.add("SIGNPOST_TELEMETRY", "1");
     entry_.add("SYSLOG_IDENTIFIER", p.comm);
     trusted(p, "journal");

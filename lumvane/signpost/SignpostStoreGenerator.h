@@ -5,7 +5,8 @@
 // (intervals of every scope, animation intervals with their frame events,
 // single events, string arguments inside and outside the Cirros whitelist,
 // private-looking text, numbers of every kind, repeated attributes, entries
-// sent on another process's behalf, a few malformed ones); the rest are
+// sent on another process's behalf, a few malformed ones, one kind of
+// them with text that is not UTF-8); the rest are
 // other programs' entries, some with multi-line, non-UTF-8 or over-long
 // messages. The day spans a suspend and a reboot: begins open at the reboot
 // are never closed, and some of them get an end in the next boot that must
@@ -42,7 +43,8 @@ struct SignpostStoreGeneratorOptions {
 struct SignpostStoreCounts {
   uint64_t records = 0;             // entries, or lines in the JSON form
   uint64_t signposts = 0;           // entries with the signpost message ID, malformed included
-  uint64_t malformedSignposts = 0;  // of those, a required field missing or out of its domain
+  uint64_t malformedSignposts = 0;  // of those, a required field missing or out of its
+                                    // domain, or text that is not UTF-8
   uint64_t brokenLines = 0;         // JSON form: lines cut short (not JSON objects)
   uint64_t otherEntries = 0;        // other programs' entries
   uint64_t intervals = 0;           // completed intervals, animation intervals not included
