@@ -156,14 +156,35 @@ struct BaselineRun {
 };
 
 BaselineRun Baseline(const std::string& path) {
-  static const char* const kWanted[] = {
-      "MESSAGE_ID", "__REALTIME_TIMESTAMP", "__MONOTONIC_TIMESTAMP", "_BOOT_ID", "_PID", "_EXE",
-      "_COMM", "OBJECT_PID", "OBJECT_EXE", "OBJECT_COMM", "SIGNPOST_TYPE", "SIGNPOST_ID",
-      "SIGNPOST_SCOPE", "SIGNPOST_SUBSYSTEM", "SIGNPOST_CATEGORY", "SIGNPOST_NAME",
-      "SIGNPOST_TELEMETRY", "SIGNPOST_ANIMATION", "SIGNPOST_STRING1_NAME",
-      "SIGNPOST_STRING1_VALUE", "SIGNPOST_STRING2_NAME", "SIGNPOST_STRING2_VALUE",
-      "SIGNPOST_NUMBER1_NAME", "SIGNPOST_NUMBER1_VALUE", "SIGNPOST_NUMBER2_NAME",
-      "SIGNPOST_NUMBER2_VALUE", "SIGNPOST_ATTRIBUTE", "SIGNPOST_TID", "SIGNPOST_BOOTTIME_NSEC"};
+  static const char* const kWanted[] = {"MESSAGE_ID",
+                                        "__REALTIME_TIMESTAMP",
+                                        "__MONOTONIC_TIMESTAMP",
+                                        "_BOOT_ID",
+                                        "_PID",
+                                        "_EXE",
+                                        "_COMM",
+                                        "OBJECT_PID",
+                                        "OBJECT_EXE",
+                                        "OBJECT_COMM",
+                                        "SIGNPOST_TYPE",
+                                        "SIGNPOST_ID",
+                                        "SIGNPOST_SCOPE",
+                                        "SIGNPOST_SUBSYSTEM",
+                                        "SIGNPOST_CATEGORY",
+                                        "SIGNPOST_NAME",
+                                        "SIGNPOST_TELEMETRY",
+                                        "SIGNPOST_ANIMATION",
+                                        "SIGNPOST_STRING1_NAME",
+                                        "SIGNPOST_STRING1_VALUE",
+                                        "SIGNPOST_STRING2_NAME",
+                                        "SIGNPOST_STRING2_VALUE",
+                                        "SIGNPOST_NUMBER1_NAME",
+                                        "SIGNPOST_NUMBER1_VALUE",
+                                        "SIGNPOST_NUMBER2_NAME",
+                                        "SIGNPOST_NUMBER2_VALUE",
+                                        "SIGNPOST_ATTRIBUTE",
+                                        "SIGNPOST_TID",
+                                        "SIGNPOST_BOOTTIME_NSEC"};
   BaselineRun r;
   const int fd = open(path.c_str(), O_RDONLY);
   if (fd < 0) return r;
@@ -198,7 +219,8 @@ BaselineRun Baseline(const std::string& path) {
           std::string_view s;
           if (!v.get_string().get(s)) {
             ++r.fieldsRead;
-            r.signposts += key == "MESSAGE_ID" && s == lumvane::SignpostStoreGenerator::kSignpostMessageId;
+            r.signposts +=
+                key == "MESSAGE_ID" && s == lumvane::SignpostStoreGenerator::kSignpostMessageId;
           } else {
             simdjson::ondemand::array a;
             if (!v.get_array().get(a)) {
@@ -238,8 +260,8 @@ int JournalPart(const std::string& dir, uint64_t signposts) {
   o.end = kEnd;
   o.format = lumvane::SignpostStoreFormat::JournalExport;
   o.records = signposts * 100 / 70;  // about 70% of the entries are signposts
-  const std::string command = std::string(kJournalRemote) + " --output=" + journalDir +
-                              "/system.journal - 2>/dev/null";
+  const std::string command =
+      std::string(kJournalRemote) + " --output=" + journalDir + "/system.journal - 2>/dev/null";
   std::FILE* pipe = popen(command.c_str(), "w");
   if (!pipe) return 1;
   lumvane::SignpostStoreGenerator generator(o);
@@ -255,14 +277,15 @@ int JournalPart(const std::string& dir, uint64_t signposts) {
               static_cast<unsigned long long>(c.records),
               static_cast<unsigned long long>(c.signposts), bytes / 1e6, journalDir.c_str());
   Warm(journalDir);
-  const double journalctl =
-      TimeProgram({kJournalctl, "-D", journalDir, "-o", "export",
-                   std::string("MESSAGE_ID=") + lumvane::SignpostStoreGenerator::kSignpostMessageId});
+  const double journalctl = TimeProgram(
+      {kJournalctl, "-D", journalDir, "-o", "export",
+       std::string("MESSAGE_ID=") + lumvane::SignpostStoreGenerator::kSignpostMessageId});
   const ReaderRun reader = RunReader(journalDir);
   std::printf("  journalctl -o export MESSAGE_ID=...: %.3f s\n", journalctl);
-  std::printf("  reader: %.3f s, %llu signposts processed, %llu objects delivered, %.0f entries/s\n",
-              reader.seconds, static_cast<unsigned long long>(reader.processed),
-              static_cast<unsigned long long>(reader.objects), reader.processed / reader.seconds);
+  std::printf(
+      "  reader: %.3f s, %llu signposts processed, %llu objects delivered, %.0f entries/s\n",
+      reader.seconds, static_cast<unsigned long long>(reader.processed),
+      static_cast<unsigned long long>(reader.objects), reader.processed / reader.seconds);
   if (reader.processed == 0 || journalctl < 0) {
     std::printf("  journalctl time / reader time: not measured (a side read nothing)\n");
   } else {
@@ -297,12 +320,14 @@ int JsonPart(const std::string& dir, uint64_t lines) {
   Warm(dir);
   const BaselineRun base = Baseline(path);
   const ReaderRun reader = RunReader(path);
-  std::printf("  baseline (simdjson on-demand, 4 MB buffer, same fields): %.3f s, %.1f MB/s, "
-              "%llu signposts, %llu values read\n",
-              base.seconds, mb / base.seconds, static_cast<unsigned long long>(base.signposts),
-              static_cast<unsigned long long>(base.fieldsRead));
+  std::printf(
+      "  baseline (simdjson on-demand, 4 MB buffer, same fields): %.3f s, %.1f MB/s, "
+      "%llu signposts, %llu values read\n",
+      base.seconds, mb / base.seconds, static_cast<unsigned long long>(base.signposts),
+      static_cast<unsigned long long>(base.fieldsRead));
   std::printf("  reader: %.3f s, %.1f MB/s, %llu signposts processed, %llu objects delivered\n",
-              reader.seconds, mb / reader.seconds, static_cast<unsigned long long>(reader.processed),
+              reader.seconds, mb / reader.seconds,
+              static_cast<unsigned long long>(reader.processed),
               static_cast<unsigned long long>(reader.objects));
   if (reader.processed == 0) {
     std::printf("  reader time / baseline time: not measured (the reader read nothing)\n");

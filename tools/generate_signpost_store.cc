@@ -54,22 +54,20 @@ bool ParseEnd(const char* text, lumvane::Date* out) {
 bool WriteCounts(const std::string& path, const lumvane::SignpostStoreCounts& c) {
   std::FILE* f = std::fopen(path.c_str(), "w");
   if (!f) return false;
-  std::fprintf(f,
-               "{\"records\": %llu, \"signposts\": %llu, \"malformedSignposts\": %llu, "
-               "\"brokenLines\": %llu, \"otherEntries\": %llu, \"intervals\": %llu, "
-               "\"animationIntervals\": %llu, \"events\": %llu, \"unclosedBegins\": %llu, "
-               "\"unmatchedEnds\": %llu, \"telemetryObjects\": %llu}\n",
-               static_cast<unsigned long long>(c.records),
-               static_cast<unsigned long long>(c.signposts),
-               static_cast<unsigned long long>(c.malformedSignposts),
-               static_cast<unsigned long long>(c.brokenLines),
-               static_cast<unsigned long long>(c.otherEntries),
-               static_cast<unsigned long long>(c.intervals),
-               static_cast<unsigned long long>(c.animationIntervals),
-               static_cast<unsigned long long>(c.events),
-               static_cast<unsigned long long>(c.unclosedBegins),
-               static_cast<unsigned long long>(c.unmatchedEnds),
-               static_cast<unsigned long long>(c.telemetryObjects));
+  std::fprintf(
+      f,
+      "{\"records\": %llu, \"signposts\": %llu, \"malformedSignposts\": %llu, "
+      "\"brokenLines\": %llu, \"otherEntries\": %llu, \"intervals\": %llu, "
+      "\"animationIntervals\": %llu, \"events\": %llu, \"unclosedBegins\": %llu, "
+      "\"unmatchedEnds\": %llu, \"telemetryObjects\": %llu}\n",
+      static_cast<unsigned long long>(c.records), static_cast<unsigned long long>(c.signposts),
+      static_cast<unsigned long long>(c.malformedSignposts),
+      static_cast<unsigned long long>(c.brokenLines),
+      static_cast<unsigned long long>(c.otherEntries), static_cast<unsigned long long>(c.intervals),
+      static_cast<unsigned long long>(c.animationIntervals),
+      static_cast<unsigned long long>(c.events), static_cast<unsigned long long>(c.unclosedBegins),
+      static_cast<unsigned long long>(c.unmatchedEnds),
+      static_cast<unsigned long long>(c.telemetryObjects));
   return std::fclose(f) == 0;
 }
 

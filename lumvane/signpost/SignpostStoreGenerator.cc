@@ -5,9 +5,13 @@
 #include <vector>
 
 #include "lumvane/signpost/JournalEntryText.h"
+#include "lumvane/signpost/SignpostStoreCatalog.h"
+#include "lumvane/signpost/SyntheticMachineClock.h"
 
 namespace lumvane {
 namespace {
+
+using namespace signpost_store;
 
 // splitmix64: small, fast and the same on every platform, so a seed always
 // gives the same store.
@@ -22,7 +26,9 @@ class Random {
   }
   uint64_t below(uint64_t n) { return n ? next() % n : 0; }
   template <typename T, size_t N>
-  const T& pick(const T (&items)[N]) { return items[below(N)]; }
+  const T& pick(const T (&items)[N]) {
+    return items[below(N)];
+  }
 
  private:
   uint64_t s_;
@@ -33,119 +39,6 @@ std::string Hex128(Random& r) {
   std::snprintf(buf, sizeof buf, "%016" PRIx64 "%016" PRIx64, r.next(), r.next());
   return buf;
 }
-
-struct Process {
-  uint64_t pid;
-  const char* comm;
-  const char* exe;
-  const char* cmdline;
-  unsigned uid;
-  const char* unit;  // system unit, or the user's service manager for user programs
-};
-const Process kProcesses[] = {
-    {1187, "volumed", "/usr/bin/volumed", "/usr/bin/volumed --watch", 0, "volumed.service"},
-    {2210, "gallery", "/opt/Gallery.AppDir/gallery", "/opt/Gallery.AppDir/gallery", 1000,
-     "user@1000.service"},
-    {2388, "mailbox", "/opt/Mailbox.AppDir/mailbox", "/opt/Mailbox.AppDir/mailbox --background",
-     1000, "user@1000.service"},
-    {702, "netmond", "/usr/bin/netmond", "/usr/bin/netmond", 0, "netmond.service"},
-    {911, "composerd", "/usr/bin/composerd", "/usr/bin/composerd --seat seat0", 1000,
-     "user@1000.service"},
-    {1120, "indexd", "/usr/bin/indexd", "/usr/bin/indexd --idle-only", 1000, "user@1000.service"},
-    {3071, "atlas", "/home/user/.local/bin/atlas", "/home/user/.local/bin/atlas", 1000,
-     "user@1000.service"},
-};
-// Scripts mark signposts through the command; its process is a new one on
-// every call, sending on behalf of the script when told its PID.
-const Process kScript = {2950, "nightly-backup", "/usr/bin/bash",
-                         "/bin/bash /home/user/bin/nightly-backup", 1000, "user@1000.service"};
-const char* const kCommandExe = "/usr/bin/lumvane-signpost";
-constexpr int kByCommand = -1;     // the command, on behalf of kScript (OBJECT_PID)
-constexpr int kByCommandAlone = -2;  // the command without a PID (system scope)
-
-struct SignpostKind {
-  const char* subsystem;
-  const char* category;
-  const char* name;
-  const char* scope;
-  bool animation;
-  int process;  // index into kProcesses, or kByCommand / kByCommandAlone
-  // Argument names; nullptr leaves the slot out.
-  const char* string1;
-  const char* string2;
-  const char* number1;
-  const char* number2;
-  const char* attribute;
-  const char* message;
-};
-const SignpostKind kKinds[] = {
-    {"com.orvel.storage", "Volume", "MountCheck", "process", false, 0, "Volume", "Mode", "Errors",
-     nullptr, nullptr, "volume check"},
-    {"com.orvel.gallery", "Rendering", "ThumbnailDecode", "thread", false, 1, "Format", nullptr,
-     "Bytes", "Scale", nullptr, "thumbnail decode"},
-    {"com.orvel.gallery", "Scrolling", "GridScroll", "process", true, 1, "Source", nullptr, "Items",
-     nullptr, nullptr, "grid scroll"},
-    {"com.orvel.mailbox", "Sync", "FolderSync", "process", false, 2, "Folder", "Account",
-     "Messages", "Delta", "BundleIdOverride", "folder sync"},
-    {"com.orvel.network", "Fetch", "RequestLoad", "process", false, 3, "Host", nullptr, "Status",
-     "Retries", nullptr, "request load"},
-    {"com.orvel.composer", "Animation", "WindowTransition", "system", true, 4, "Kind", nullptr,
-     "Layers", nullptr, "Style", "window transition"},
-    {"com.orvel.indexer", "Index", "BatchIndex", "thread", false, 5, "Store", nullptr, "Documents",
-     "Skipped", nullptr, "batch index"},
-    {"com.orvel.launch", "Startup", "FirstWindow", "process", false, 6, "Phase", nullptr, "Frames",
-     nullptr, nullptr, "first window"},
-    {"com.orvel.storage", "Backup", "Snapshot", "process", false, kByCommand, "Target", nullptr,
-     "Files", nullptr, "Tool", "backup snapshot"},
-    {"com.orvel.maintenance", "Jobs", "CacheSweep", "system", false, kByCommandAlone, "Volume",
-     nullptr, "Freed", nullptr, nullptr, "cache sweep"},
-};
-
-// Argument strings: the Cirros whitelist ("Root", "Ext"), their lower-case
-// look-alikes, ordinary words and private-looking text.
-const char* const kWhitelisted[] = {"Root", "Ext"};
-const char* const kLookAlikes[] = {"root", "ext", "ROOT"};
-const char* const kOrdinary[] = {"Jpeg", "Heic", "Inbox", "Archive", "wifi", "ethernet",
-                                 "Warm", "Cold", "Primary"};
-const char* const kPrivate[] = {"alice.m@example.org", "/home/alice/Documents/taxes-2023.pdf",
-                                "alice-laptop", "+1 555 0100", "session-7f3a9c21e04b",
-                                "Bob Example"};
-const char* const kAttributeValues[] = {"com.orvel.gallery.widget", "compact", "fade", "slide",
-                                        "x=y"};
-
-struct OtherProgram {
-  Process process;
-  const char* transport;
-  const char* priority;
-  const char* messages[3];
-};
-const OtherProgram kOthers[] = {
-    {{0, "", "", "", 0, ""}, "kernel", "6",
-     {"usb 1-2: new high-speed USB device number 5 using xhci_hcd",
-      "wlp2s0: associated", "EXT4-fs (nvme0n1p3): mounted filesystem with ordered data mode"}},
-    {{1, "systemd", "/usr/lib/systemd/systemd", "/sbin/init splash", 0, "init.scope"}, "journal",
-     "6",
-     {"Starting Rotate log files...", "Finished Cleanup of Temporary Directories.",
-      "Started Timer for the daily index refresh."}},
-    {{611, "cron", "/usr/sbin/cron", "/usr/sbin/cron -f", 0, "cron.service"}, "syslog", "6",
-     {"(root) CMD (test -x /usr/bin/volumed && /usr/bin/volumed --scrub)",
-      "pam_unix(cron:session): session opened for user root(uid=0) by (uid=0)",
-      "pam_unix(cron:session): session closed for user root"}},
-    {{803, "sshd", "/usr/sbin/sshd", "sshd: /usr/sbin/sshd -D", 0, "ssh.service"}, "syslog", "6",
-     {"Accepted publickey for user from 192.0.2.10 port 50522 ssh2",
-      "Received disconnect from 192.0.2.10 port 50522:11: disconnected by user",
-      "Connection closed by 198.51.100.7 port 41100 [preauth]"}},
-    {{2210, "gallery", "/opt/Gallery.AppDir/gallery", "/opt/Gallery.AppDir/gallery", 1000,
-      "user@1000.service"},
-     "stdout", "4",
-     {"warning: thumbnail cache at 91% of its quota",
-      "decoder: falling back to software path\n  at decode_frame (codec.c:211)\n  at worker_run "
-      "(pool.c:88)",
-      "loaded 412 albums in 230 ms"}},
-};
-// Another tool's structured entries: signpost-like field names under a
-// different message ID, which a reader must pass over.
-const char* const kForeignMessageId = "5e1fa3b77c0d4e2b9a8f6d3c2b1a0f9e";
 
 class Writer {
  public:
@@ -159,25 +52,25 @@ class Writer {
   void run() {
     machineId_ = Hex128(random_);
     seqnumId_ = Hex128(random_);
-    boots_[0] = Hex128(random_);
-    boots_[1] = Hex128(random_);
+    const std::string firstBoot = Hex128(random_);
+    secondBoot_ = Hex128(random_);
     seqnum_ = 1 + random_.below(100000);
     const int64_t span = int64_t{86400} * 1000000;
     const int64_t suspended = int64_t{2100} * 1000000;  // 35 min asleep in the first boot
     const int64_t awake = span - suspended;
     const int64_t step = o_.records ? awake / static_cast<int64_t>(o_.records) : awake;
-    start_ = o_.end - std::chrono::microseconds(span);
-    suspendAt_ = awake * 21 / 100;
-    suspended_ = suspended;
+    const Date start = o_.end - std::chrono::microseconds(span);
     // The first boot began days before the store's day.
-    bootStart_[0] = start_ - std::chrono::hours(77) - std::chrono::seconds(random_.below(3600));
+    clock_.emplace(start, awake * 21 / 100, suspended,
+                   start - std::chrono::hours(77) - std::chrono::seconds(random_.below(3600)),
+                   firstBoot);
     const uint64_t rebootIndex = o_.records * 62 / 100;
     for (uint64_t i = 0; i < o_.records; ++i) {
       index_ = i;
       const int64_t t = static_cast<int64_t>(i) * step +
                         static_cast<int64_t>(random_.below(static_cast<uint64_t>(step) / 2 + 1));
-      now_ = start_ + std::chrono::microseconds(t + (t >= suspendAt_ ? suspended : 0));
-      if (i == rebootIndex && boot_ == 0) reboot();
+      clock_->advanceToAwake(t);
+      if (i == rebootIndex && !clock_->rebooted()) reboot();
       record();
     }
     counts_.unclosedBegins += open_.size();
@@ -197,8 +90,7 @@ class Writer {
   };
 
   void reboot() {
-    boot_ = 1;
-    bootStart_[1] = now_ - std::chrono::seconds(18 + random_.below(12));
+    clock_->reboot(clock_->now() - std::chrono::seconds(18 + random_.below(12)), secondBoot_);
     counts_.unclosedBegins += open_.size();
     std::vector<Open> strays;
     for (Open& o : open_) {
@@ -271,7 +163,8 @@ class Writer {
     const uint64_t c = random_.below(100);
     if (c < 3) return "n/a";
     if (c < 6) return std::to_string(9223372036854775808ull + random_.below(1000000));
-    if (c < 12) return std::to_string(random_.below(100000)) + "." + std::to_string(random_.below(100));
+    if (c < 12)
+      return std::to_string(random_.below(100000)) + "." + std::to_string(random_.below(100));
     if (signedRange) return std::to_string(static_cast<int64_t>(random_.below(2000)) - 1000);
     return std::to_string(random_.below(5000000));
   }
@@ -372,8 +265,8 @@ class Writer {
         entry_.add("OBJECT_COMM", kScript.comm);
       }
       entry_.add("SYSLOG_IDENTIFIER", "lumvane-signpost");
-      const Process command = {commandPid, "lumvane-signpost", kCommandExe, "", 1000,
-                               "user@1000.service"};
+      const Process command = {commandPid, "lumvane-signpost", kCommandExe, "",
+                               1000,       "user@1000.service"};
       trusted(command, "journal");
     }
     ++counts_.signposts;
@@ -436,7 +329,7 @@ class Writer {
     header();
     const uint64_t c = random_.below(100);
     std::string message = random_.pick(o.messages);
-    if (c < 2) message = "input: keyboard \xb5 layout reloaded";  // not UTF-8
+    if (c < 2) message = "input: keyboard \xb5 layout reloaded";       // not UTF-8
     if (c == 2) message = "dumping state: " + std::string(6000, 'x');  // over the JSON limit
     entry_.add("MESSAGE", message);
     entry_.add("PRIORITY", o.priority);
@@ -444,7 +337,7 @@ class Writer {
       entry_.add("SYSLOG_FACILITY", "0");
       entry_.add("SYSLOG_IDENTIFIER", "kernel");
       entry_.add("_TRANSPORT", "kernel");
-      entry_.add("_SOURCE_MONOTONIC_TIMESTAMP", std::to_string(monotonicMicros() - 3));
+      entry_.add("_SOURCE_MONOTONIC_TIMESTAMP", std::to_string(clock_->monotonicMicros() - 3));
       common();
     } else {
       if (std::string_view(o.transport) == "syslog") entry_.add("SYSLOG_FACILITY", "10");
@@ -467,16 +360,15 @@ class Writer {
 
   void header() {
     char cursor[256];
-    const uint64_t mono = monotonicMicros();
-    const uint64_t real = realtimeMicros();
-    std::snprintf(cursor, sizeof cursor,
-                  "s=%s;i=%" PRIx64 ";b=%s;m=%" PRIx64 ";t=%" PRIx64 ";x=%016" PRIx64,
-                  seqnumId_.c_str(), seqnum_++, boots_[boot_].c_str(), mono, real,
-                  random_.next());
+    const uint64_t mono = clock_->monotonicMicros();
+    const uint64_t real = clock_->realtimeMicros();
+    std::snprintf(
+        cursor, sizeof cursor, "s=%s;i=%" PRIx64 ";b=%s;m=%" PRIx64 ";t=%" PRIx64 ";x=%016" PRIx64,
+        seqnumId_.c_str(), seqnum_++, clock_->bootId().c_str(), mono, real, random_.next());
     entry_.add("__CURSOR", cursor);
     entry_.add("__REALTIME_TIMESTAMP", std::to_string(real));
     entry_.add("__MONOTONIC_TIMESTAMP", std::to_string(mono));
-    entry_.add("_BOOT_ID", boots_[boot_]);
+    entry_.add("_BOOT_ID", clock_->bootId());
   }
 
   void trusted(const Process& p, const char* transport) {
@@ -487,8 +379,8 @@ class Writer {
     entry_.add("_EXE", p.exe);
     if (*p.cmdline) entry_.add("_CMDLINE", p.cmdline);
     entry_.add("_CAP_EFFECTIVE", p.uid == 0 ? "1ffffffffff" : "0");
-    entry_.add("_SYSTEMD_CGROUP", std::string(p.uid == 0 ? "/system.slice/" : "/user.slice/") +
-                                      p.unit);
+    entry_.add("_SYSTEMD_CGROUP",
+               std::string(p.uid == 0 ? "/system.slice/" : "/user.slice/") + p.unit);
     entry_.add("_SYSTEMD_UNIT", p.unit);
     entry_.add("_SYSTEMD_SLICE", p.uid == 0 ? "system.slice" : "user-1000.slice");
     entry_.add("_TRANSPORT", transport);
@@ -500,18 +392,7 @@ class Writer {
     entry_.add("_MACHINE_ID", machineId_);
   }
 
-  uint64_t realtimeMicros() const {
-    return static_cast<uint64_t>(now_.time_since_epoch().count());
-  }
-  // Time since boot, sleep included.
-  int64_t sinceBootMicros() const { return (now_ - bootStart_[boot_]).count(); }
-  uint64_t monotonicMicros() const {
-    const bool asleepBefore = boot_ == 0 && (now_ - start_).count() >= suspendAt_ + suspended_;
-    return static_cast<uint64_t>(sinceBootMicros() - (asleepBefore ? suspended_ : 0));
-  }
-  std::string boottimeNsec() {
-    return std::to_string(static_cast<uint64_t>(sinceBootMicros()) * 1000 + random_.below(1000));
-  }
+  std::string boottimeNsec() { return std::to_string(clock_->boottimeNanos(random_.below(1000))); }
 
   void emit() {
     line_.clear();
@@ -541,16 +422,11 @@ class Writer {
   std::FILE* f_;
   Random random_;
   const bool json_;
-  std::string machineId_, seqnumId_, boots_[2];
-  Date bootStart_[2]{};
-  int boot_ = 0;
+  std::string machineId_, seqnumId_, secondBoot_;
+  std::optional<SyntheticMachineClock> clock_;  // set when the run begins
   uint64_t seqnum_ = 0;
   uint64_t nextCommandPid_ = 30211;
-  Date start_{};
-  int64_t suspendAt_ = 0;  // microseconds awake after the day's start
-  int64_t suspended_ = 0;
   uint64_t index_ = 0;
-  Date now_{};
   std::vector<Open> open_;
   std::vector<uint64_t> pendingEndTelemetry_;  // IDs whose end enables telemetry
   JournalEntryText entry_;

@@ -49,10 +49,10 @@ struct SignpostStoreCounts {
   uint64_t otherEntries = 0;        // other programs' entries
   uint64_t intervals = 0;           // completed intervals, animation intervals not included
   uint64_t animationIntervals = 0;
-  uint64_t events = 0;              // single events, animation frames included
-  uint64_t unclosedBegins = 0;      // begins never ended in their boot
-  uint64_t unmatchedEnds = 0;       // ends in a later boot than their begin
-  uint64_t telemetryObjects = 0;    // delivered objects with telemetry enabled
+  uint64_t events = 0;            // single events, animation frames included
+  uint64_t unclosedBegins = 0;    // begins never ended in their boot
+  uint64_t unmatchedEnds = 0;     // ends in a later boot than their begin
+  uint64_t telemetryObjects = 0;  // delivered objects with telemetry enabled
 };
 
 class SignpostStoreGenerator final {

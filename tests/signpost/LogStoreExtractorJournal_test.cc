@@ -35,8 +35,12 @@ struct E {
   E& sid(std::string i) { return id = std::move(i), *this; }
   E& in(std::string s, int p, int th) { return scope = std::move(s), pid = p, tid = th, *this; }
   E& on(const char* b) { return boot = b, *this; }
-  E& with(std::string f, std::string v) { return extra.emplace_back(std::move(f), std::move(v)), *this; }
-  E& clocks(double m, std::optional<double> b) { return mono = m, boottime = b, hasBoottime = b.has_value(), *this; }
+  E& with(std::string f, std::string v) {
+    return extra.emplace_back(std::move(f), std::move(v)), *this;
+  }
+  E& clocks(double m, std::optional<double> b) {
+    return mono = m, boottime = b, hasBoottime = b.has_value(), *this;
+  }
   E& other() { return signpost = false, *this; }
 
   std::string text() const {
@@ -90,23 +94,29 @@ struct JournalRun {
 TEST(LogStoreExtractorJournalTest, PairsWithinEachScopeAndBootAndTakesTheObjectProcess) {
   LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE();
   JournalRun run;
-  run.read({E().t(1).kind("begin").sid("7").in("process", 1, 10),
-            E().t(1.1).kind("begin").sid("8").in("thread", 1, 10),
-            E().t(1.2).kind("begin").sid("9").in("system", 1, 10),
-            E().t(1.3).kind("begin").sid("10").in("system", 1, 10),
-            E().t(1.4).kind("begin").sid("12").in("process", 500, 500).with("OBJECT_PID", "77")
-                .with("OBJECT_EXE", "/usr/bin/bash").with("OBJECT_COMM", "backup"),
-            E().t(1.5).other().in("process", 1, 10),
-            E().t(2).kind("end").sid("7").in("process", 2, 10),     // other process
-            E().t(2.1).kind("end").sid("8").in("thread", 1, 11),    // other thread
-            E().t(2.25).kind("end").sid("7").in("process", 1, 11),  // same process: 1.25 s
-            E().t(2.3).other().in("process", 2, 20),
-            E().t(3.1).kind("end").sid("8").in("thread", 1, 10),    // same thread: 2 s
-            E().t(3.4).kind("end").sid("12").in("process", 501, 501).with("OBJECT_PID", "77"),  // 2 s
-            E().t(4.2).kind("end").sid("9").in("system", 3, 30),    // anywhere: 3 s
-            // Rebooted: same process, same ID, but never paired across boots.
-            E().t(5).kind("end").sid("10").in("system", 1, 10).on(kBootB).clocks(20, 30),
-            E().t(6).sid("3").in("process", 600, 600).with("OBJECT_PID", "78").on(kBootB)});
+  run.read(
+      {E().t(1).kind("begin").sid("7").in("process", 1, 10),
+       E().t(1.1).kind("begin").sid("8").in("thread", 1, 10),
+       E().t(1.2).kind("begin").sid("9").in("system", 1, 10),
+       E().t(1.3).kind("begin").sid("10").in("system", 1, 10),
+       E().t(1.4)
+           .kind("begin")
+           .sid("12")
+           .in("process", 500, 500)
+           .with("OBJECT_PID", "77")
+           .with("OBJECT_EXE", "/usr/bin/bash")
+           .with("OBJECT_COMM", "backup"),
+       E().t(1.5).other().in("process", 1, 10),
+       E().t(2).kind("end").sid("7").in("process", 2, 10),     // other process
+       E().t(2.1).kind("end").sid("8").in("thread", 1, 11),    // other thread
+       E().t(2.25).kind("end").sid("7").in("process", 1, 11),  // same process: 1.25 s
+       E().t(2.3).other().in("process", 2, 20),
+       E().t(3.1).kind("end").sid("8").in("thread", 1, 10),  // same thread: 2 s
+       E().t(3.4).kind("end").sid("12").in("process", 501, 501).with("OBJECT_PID", "77"),  // 2 s
+       E().t(4.2).kind("end").sid("9").in("system", 3, 30),  // anywhere: 3 s
+       // Rebooted: same process, same ID, but never paired across boots.
+       E().t(5).kind("end").sid("10").in("system", 1, 10).on(kBootB).clocks(20, 30),
+       E().t(6).sid("3").in("process", 600, 600).with("OBJECT_PID", "78").on(kBootB)});
   std::vector<float> durations;
   for (const auto& i : run.intervals) durations.push_back(i->durationSeconds());
   EXPECT_EQ(durations, (std::vector<float>{1.25f, 2.0f, 2.0f, 3.0f}));
@@ -142,16 +152,25 @@ TEST(LogStoreExtractorJournalTest, DurationFromBoottimeOnBothSidesElseMonotonic)
 TEST(LogStoreExtractorJournalTest, BeginWinsEachSlotAndAttributesMergeWithTelemetryFromEitherSide) {
   LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE();
   JournalRun run;
-  run.read({E().t(1).kind("begin").sid("1")
-                .with("SIGNPOST_STRING1_NAME", "Path").with("SIGNPOST_STRING1_VALUE", "Root")
-                .with("SIGNPOST_ATTRIBUTE", "Id=com.begin").with("SIGNPOST_ATTRIBUTE", "Mode=a=b"),
-            E().t(2).kind("end").sid("1").with("SIGNPOST_TELEMETRY", "1")
-                .with("SIGNPOST_STRING1_NAME", "Path").with("SIGNPOST_STRING1_VALUE", "Ext")
-                .with("SIGNPOST_NUMBER1_NAME", "n").with("SIGNPOST_NUMBER1_VALUE", "-3")
-                .with("SIGNPOST_ATTRIBUTE", "Id=com.end").with("SIGNPOST_ATTRIBUTE", "Extra=1"),
+  run.read({E().t(1)
+                .kind("begin")
+                .sid("1")
+                .with("SIGNPOST_STRING1_NAME", "Path")
+                .with("SIGNPOST_STRING1_VALUE", "Root")
+                .with("SIGNPOST_ATTRIBUTE", "Id=com.begin")
+                .with("SIGNPOST_ATTRIBUTE", "Mode=a=b"),
+            E().t(2)
+                .kind("end")
+                .sid("1")
+                .with("SIGNPOST_TELEMETRY", "1")
+                .with("SIGNPOST_STRING1_NAME", "Path")
+                .with("SIGNPOST_STRING1_VALUE", "Ext")
+                .with("SIGNPOST_NUMBER1_NAME", "n")
+                .with("SIGNPOST_NUMBER1_VALUE", "-3")
+                .with("SIGNPOST_ATTRIBUTE", "Id=com.end")
+                .with("SIGNPOST_ATTRIBUTE", "Extra=1"),
             E().t(3).kind("begin").sid("2").with("SIGNPOST_TELEMETRY", "1"),
-            E().t(4).kind("end").sid("2"),
-            E().t(5).kind("begin").sid("3"),
+            E().t(4).kind("end").sid("2"), E().t(5).kind("begin").sid("3"),
             E().t(6).kind("end").sid("3").with("SIGNPOST_TELEMETRY", "0")});
   ASSERT_EQ(run.intervals.size(), 3u);
   const SignpostInterval& i = *run.intervals[0];
@@ -192,7 +211,8 @@ TEST(LogStoreExtractorJournalTest, NumberValuesByTheirText) {
   };
   std::vector<E> entries;
   for (size_t k = 0; k < cases.size(); ++k) {
-    entries.push_back(E().t(static_cast<double>(k)).with("SIGNPOST_NUMBER1_NAME", "n")
+    entries.push_back(E().t(static_cast<double>(k))
+                          .with("SIGNPOST_NUMBER1_NAME", "n")
                           .with("SIGNPOST_NUMBER1_VALUE", cases[k].first));
   }
   JournalRun run;
@@ -207,20 +227,23 @@ TEST(LogStoreExtractorJournalTest, FullRangeIdsWindowEdgesAndWhatCountsAsProcess
   LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE();
   const std::string foreign = "5e1fa3b77c0d4e2b9a8f6d3c2b1a0f9e";
   JournalRun run;
-  run.read({E().t(-0.000001),                                                   // before
-            E().t(0).kind("begin").sid("18446744073709551615"),                 // edge: in
-            E().t(1).kind("end").sid("18446744073709551614"),  // equal as doubles: unmatched
+  run.read({E().t(-0.000001),                                    // before
+            E().t(0).kind("begin").sid("18446744073709551615"),  // edge: in
+            E().t(1).kind("end").sid("18446744073709551614"),    // equal as doubles: unmatched
             E().t(2).other(),
-            E().t(3).sid("18446744073709551616"),   // malformed: over 64 bits
-            E().t(3.5).sid("-1"),                   // malformed
-            E().t(4).kind("start"),                 // malformed: unknown type
-            E().t(4.5).in("global", 100, 1000),     // malformed: unknown scope
-            E().t(5).with("MESSAGE_ID", foreign).other()
-                .with("SIGNPOST_TYPE", "event").with("SIGNPOST_ID", "1"),  // not a signpost
-            E().t(6).kind("end").sid("18446744073709551615"),  // 6 s
-            E().t(7).kind("begin").sid("9223372036854775809"),   // still open at the end
-            E().t(10),                                           // edge: in
-            E().t(10.000001)},                                   // after
+            E().t(3).sid("18446744073709551616"),  // malformed: over 64 bits
+            E().t(3.5).sid("-1"),                  // malformed
+            E().t(4).kind("start"),                // malformed: unknown type
+            E().t(4.5).in("global", 100, 1000),    // malformed: unknown scope
+            E().t(5)
+                .with("MESSAGE_ID", foreign)
+                .other()
+                .with("SIGNPOST_TYPE", "event")
+                .with("SIGNPOST_ID", "1"),                      // not a signpost
+            E().t(6).kind("end").sid("18446744073709551615"),   // 6 s
+            E().t(7).kind("begin").sid("9223372036854775809"),  // still open at the end
+            E().t(10),                                          // edge: in
+            E().t(10.000001)},                                  // after
            false, kBase, kBase + std::chrono::seconds(10));
   ASSERT_EQ(run.intervals.size(), 1u);
   EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 6.0f);
@@ -236,8 +259,7 @@ TEST(LogStoreExtractorJournalTest, AnimationCountsFramesStrictlyInside) {
   run.read({E().t(1).kind("begin").with("SIGNPOST_ANIMATION", "1"), E().t(1),  // at the begin
             E().t(1.5), E().t(2), E().t(2).sid("5"), E().t(2.5).other(), E().t(2.5),
             E().t(3),  // at the end: not inside
-            E().t(3).kind("end"),
-            E().t(4).kind("begin").sid("2").with("SIGNPOST_ANIMATION", "1"),
+            E().t(3).kind("end"), E().t(4).kind("begin").sid("2").with("SIGNPOST_ANIMATION", "1"),
             E().t(4.5).kind("end").sid("2")});
   EXPECT_TRUE(run.intervals.empty());
   ASSERT_EQ(run.animations.size(), 2u);

@@ -168,8 +168,8 @@ TEST(SignpostStoreGeneratorTest, ReaderFindsWhatWasCountedInBothForms) {
     extractor.setEmitEventProcessingBlock(
         [&](auto e) { return ++events, telemetry += e->telemetryEnabled(), true; });
     std::optional<Error> error;
-    ASSERT_TRUE(extractor.processLogArchiveWithPath(store, kEnd - std::chrono::hours(24), kEnd,
-                                                    &error))
+    ASSERT_TRUE(
+        extractor.processLogArchiveWithPath(store, kEnd - std::chrono::hours(24), kEnd, &error))
         << store << ": " << (error ? error->localizedDescription() : "");
     EXPECT_EQ(extractor.processedEventCount(), c.signposts) << store;
     EXPECT_EQ(intervals, c.intervals) << store;

@@ -25,10 +25,10 @@ std::string MakeJournalFile(const std::string& dir, const std::string& name,
 
 // Ends the current test as skipped (shown so in CTest's summary) when
 // systemd-journal-remote is missing.
-#define LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE()                                              \
-  do {                                                                                   \
-    if (!::lumvane::testing::JournalRemoteAvailable()) {                                 \
-      GTEST_SKIP() << ::lumvane::testing::kJournalRemotePath                             \
-                   << " is missing (Debian package systemd-journal-remote)";             \
-    }                                                                                    \
+#define LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE()                                \
+  do {                                                                       \
+    if (!::lumvane::testing::JournalRemoteAvailable()) {                     \
+      GTEST_SKIP() << ::lumvane::testing::kJournalRemotePath                 \
+                   << " is missing (Debian package systemd-journal-remote)"; \
+    }                                                                        \
   } while (0)
