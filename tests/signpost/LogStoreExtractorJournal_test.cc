@@ -114,8 +114,8 @@ TEST(LogStoreExtractorJournalTest, PairsWithinEachScopeAndBootAndTakesTheObjectP
        E().t(3.1).kind("end").sid("8").in("thread", 1, 10),  // same thread: 2 s
        E().t(3.4).kind("end").sid("12").in("process", 501, 501).with("OBJECT_PID", "77"),  // 2 s
        E().t(4.2).kind("end").sid("9").in("system", 3, 30),  // anywhere: 3 s
-       // Rebooted: same process, same ID, but never paired across boots.
-       E().t(5).kind("end").sid("10").in("system", 1, 10).on(kBootB).clocks(20, 30),
+       // Rebooted: same ID, clocks past the begin's, but never paired across boots.
+       E().t(5).kind("end").sid("10").in("system", 1, 10).on(kBootB).clocks(9000, 9005),
        E().t(6).sid("3").in("process", 600, 600).with("OBJECT_PID", "78").on(kBootB)});
   std::vector<float> durations;
   for (const auto& i : run.intervals) durations.push_back(i->durationSeconds());
