@@ -54,7 +54,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   WriteAll(StoreFile(), data, size);
 
   LogStoreExtractor extractor;
-  extractor.setChunkBytes(64);  // many chunk edges even in short inputs
   auto build = [](const auto& object) {
     (void)object->dovetelPayload();
     return true;
