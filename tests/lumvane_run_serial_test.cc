@@ -46,17 +46,18 @@ std::string Entry(double seconds, const Fields& fields) {
   return line + "}\n";
 }
 
-// A signpost entry of process `pid`, running /usr/libexec/`comm`.
+// A signpost entry of process `pid`, running `exe` (by default
+// /usr/libexec/`comm`).
 std::string Signpost(double seconds, const std::string& type, uint64_t id, const std::string& name,
                      const std::string& scope, const std::string& subsystem,
                      const std::string& category, int pid, const std::string& comm,
-                     Fields arguments) {
+                     Fields arguments, const std::string& exe = "") {
   Fields fields = {{"MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31"},
                    {"MESSAGE", name + " " + type},
                    {"PRIORITY", "6"},
                    {"_PID", std::to_string(pid)},
                    {"_COMM", comm},
-                   {"_EXE", "/usr/libexec/" + comm},
+                   {"_EXE", exe.empty() ? "/usr/libexec/" + comm : exe},
                    {"SIGNPOST_TYPE", type},
                    {"SIGNPOST_ID", std::to_string(id)},
                    {"SIGNPOST_SCOPE", scope},
@@ -253,6 +254,28 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
                             "0 unreported intervals"),
             std::string::npos)
       << run->err();
+}
+
+// A process whose executable sits in an application directory is named by
+// the directory's desktop entry; one outside any is named by its command.
+TEST_F(LumvaneRunTest, NamesAProcessOfAnApplicationDirectoryByItsDesktopEntry) {
+  const std::string appDir = dir_.file("opt/Mailbox.AppDir");
+  std::filesystem::create_directories(appDir);
+  testing::WriteFile(appDir + "/org.example.Mailbox.desktop", testing::DesktopEntry("Application"));
+  const Fields on = {{"SIGNPOST_TELEMETRY", "1"}};
+  auto run = startRun(writeStore(
+      Signpost(kEndSeconds - 600, "event", 1, "Tap", "process", "com.orvel.touch", "Input", 300,
+               "Mailbox", on, appDir + "/Mailbox") +
+      Signpost(kEndSeconds - 500, "event", 2, "Tap", "process", "com.orvel.touch", "Input", 301,
+               "netmond", on)));
+  ASSERT_EQ(run->wait(60s), 0) << run->err();
+  const std::vector<DovetelEvent> sent = events();
+  ASSERT_GE(sent.size(), 4u);
+  const Value* first = sent[0].payload.find("StartProcessName");
+  const Value* second = sent[2].payload.find("StartProcessName");
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(*first, Value("org.example.Mailbox"));
+  EXPECT_EQ(*second, Value("netmond"));
 }
 
 TEST_F(LumvaneRunTest, EndsWithoutProcessingWhenNotTaskedOrTheStoreIsMissing) {

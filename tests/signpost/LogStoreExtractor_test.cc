@@ -422,8 +422,9 @@ TEST(LogStoreExtractorTest, RecordsOverOneMebibyteAreCountedAsMalformedAndSkippe
   }
 }
 
-// A lone surrogate escape is no character: the record is malformed and
-// counted, not delivered with the field left out. A proper pair decodes.
+// A lone surrogate escape is no character: the line is broken JSON, counted
+// and passed over, never delivered with the field left out. A proper pair
+// decodes.
 TEST(LogStoreExtractorTest, LoneSurrogateEscapeMakesTheRecordMalformed) {
   struct Case {
     const char* field;
@@ -443,7 +444,8 @@ TEST(LogStoreExtractorTest, LoneSurrogateEscapeMakesTheRecordMalformed) {
     bad.replace(bad.find(c.from), std::string(c.from).size(), c.to);
     StoreRun run(bad + "\n");
     EXPECT_TRUE(run.events.empty());
-    EXPECT_EQ(run.stats().malformedRecords, 1u);
+    EXPECT_EQ(run.stats().nonObjectLines, 1u);
+    EXPECT_EQ(run.extractor.processedEventCount(), 0u);
   }
   std::string pair = E().t(1).json();
   pair.replace(pair.find("\"Load\""), 6, "\"\\ud83d\\ude00\"");

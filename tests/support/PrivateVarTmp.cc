@@ -32,18 +32,22 @@ std::optional<std::string> EnterPrivateVarTmp() {
   // programs we start run as the same user they would outside.
   const uid_t uid = ::getuid();
   const gid_t gid = ::getgid();
-  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-    return Reason("unshare(CLONE_NEWUSER|CLONE_NEWNS)");
-  }
-  // setgroups must be denied before an unprivileged process may write gid_map.
-  if (auto error = WriteProcFile("/proc/self/setgroups", "deny")) return error;
-  if (auto error = WriteProcFile("/proc/self/uid_map",
-                                 std::to_string(uid) + " " + std::to_string(uid) + " 1\n")) {
-    return error;
-  }
-  if (auto error = WriteProcFile("/proc/self/gid_map",
-                                 std::to_string(gid) + " " + std::to_string(gid) + " 1\n")) {
-    return error;
+  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0) {
+    // setgroups must be denied before an unprivileged process may write gid_map.
+    if (auto error = WriteProcFile("/proc/self/setgroups", "deny")) return error;
+    if (auto error = WriteProcFile("/proc/self/uid_map",
+                                   std::to_string(uid) + " " + std::to_string(uid) + " 1\n")) {
+      return error;
+    }
+    if (auto error = WriteProcFile("/proc/self/gid_map",
+                                   std::to_string(gid) + " " + std::to_string(gid) + " 1\n")) {
+      return error;
+    }
+  } else {
+    // Where user namespaces are refused (a container's seccomp filter, say),
+    // a privileged process can still have a mount namespace of its own.
+    std::string refused = Reason("unshare(CLONE_NEWUSER|CLONE_NEWNS)");
+    if (::unshare(CLONE_NEWNS) != 0) return refused + "; " + Reason("unshare(CLONE_NEWNS)");
   }
   // Nothing mounted here may reach the machine's own mount table.
   if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {

@@ -97,8 +97,8 @@ class ObjectGenerator {
     p.subsystem = id.subsystem;
     p.category = id.category;
     p.name = id.name;
-    fillString(&p.string1Name, &p.string1Value, "Element");
-    fillString(&p.string2Name, &p.string2Value, "Action");
+    fillString(&p.string1Name, &p.string1Value);
+    fillString(&p.string2Name, &p.string2Value);
     p.durationSeconds = std::uniform_real_distribution<float>(-1.0f, 5.0f)(rng_);
     p.telemetryEnabled = pick(10) != 0;
     auto side = [&] {
@@ -118,13 +118,20 @@ class ObjectGenerator {
  private:
   size_t pick(size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng_); }
 
-  void fillString(std::optional<std::string>* name, std::optional<std::string>* value,
-                  const char* argumentName) {
+  // Argument names carry no private data and are reported as given; they
+  // vary so that no check can lean on a particular one.
+  std::string argumentName() {
+    static const char* const kNames[] = {"Element", "Action", "Store", "Mode", "Kind"};
+    if (pick(4) == 0) return "arg" + std::to_string(pick(1000));
+    return kNames[pick(std::size(kNames))];
+  }
+
+  void fillString(std::optional<std::string>* name, std::optional<std::string>* value) {
     if (pick(5) == 0) {  // no such argument, though maybe a stray value
       if (pick(2) == 0) privateValue(value);
       return;
     }
-    *name = argumentName;
+    *name = argumentName();
     switch (pick(10)) {
       case 0:
         return;  // named, but without a value
