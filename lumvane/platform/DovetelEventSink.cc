@@ -14,6 +14,7 @@
 #include "lumvane/filter/LVLog.h"
 #include "lumvane/platform/DovetelDirectory.h"
 #include "lumvane/platform/DovetelEventJson.h"
+#include "lumvane/platform/DovetelSpoolLock.h"
 #include "lumvane/platform/Error.h"
 #include "lumvane/platform/NoDestructor.h"
 #include "lumvane/platform/UniqueFd.h"
@@ -90,13 +91,15 @@ class FileDovetelEventSink final : public DovetelEventSink {
     const std::string path = directory + "/events.ndjson";
     // O_NOFOLLOW: a link planted at the path must not redirect the events
     // into another file. O_NONBLOCK: a FIFO there must not hang the open; it
-    // is refused below, and on a regular file the flag does nothing.
-    UniqueFd fd(::open(path.c_str(),
-                       O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
-    if (!fd) {
-      if (errno == ELOOP) return Error("cannot open " + path + ": it is a symbolic link");
-      return Error::fromErrno("cannot open " + path, errno);
+    // is refused below, and on a regular file the flag does nothing. The
+    // file is locked against the uploader's rotation (DovetelSpoolLock.h)
+    // until it is closed, the cut of a partial last line included.
+    int raw = -1;
+    if (auto error = OpenLockedDovetelSpool(path, O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK,
+                                            &raw)) {
+      return error;
     }
+    UniqueFd fd(raw);
     struct stat st;
     if (::fstat(fd.get(), &st) != 0) return Error::fromErrno("cannot inspect " + path, errno);
     if (!S_ISREG(st.st_mode)) return Error("cannot append to " + path + ": not a regular file");

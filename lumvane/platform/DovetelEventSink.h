@@ -6,6 +6,9 @@
 // The machine sink appends each event as one JSON line to events.ndjson in
 // DovetelDirectory() (see DovetelEventJson.h for the line format):
 //  - the directory is read at every send and created when missing;
+//  - each append (and each cut) holds the spool lock that the uploader's
+//    rotation takes (see DovetelSpoolLock.h), so no event lands in a file
+//    that was rotated away;
 //  - events.ndjson must be a regular file: a symbolic link is never followed
 //    and anything else (a FIFO, a device) is refused;
 //  - before its first append to a path in a process, the sink cuts away a
