@@ -1,0 +1,43 @@
+#include "tests/support/JetStreamContents.h"
+
+#include <memory>
+
+#include "fleet/FleetConnection.h"
+#include "fleet/FleetLog.h"
+
+namespace lumvane::testing {
+
+std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings,
+                                       std::vector<StoredMessage>* out, uint64_t minimum) {
+  auto backoff = std::make_shared<fleet::Backoff>(fleet::BackoffPolicy{});
+  std::unique_ptr<fleet::FleetConnection> connection;
+  // Tests poll with this: keep their output free of connection notes.
+  const bool logging = fleet::SetFleetLogEnabled(false);
+  std::optional<Error> error = fleet::FleetConnection::Open(settings, backoff, nullptr, &connection);
+  fleet::SetFleetLogEnabled(logging);
+  if (error) return error;
+  jsStreamInfo* rawInfo = nullptr;
+  natsStatus s = js_GetStreamInfo(&rawInfo, connection->jetStream(), fleet::kStreamName, nullptr, nullptr);
+  fleet::JsStreamInfoPtr info(rawInfo);
+  if (s != NATS_OK) return Error("cannot read stream info: " + fleet::NatsErrorText(s));
+  out->clear();
+  if (info->State.Msgs == 0 || info->State.Msgs < minimum) return std::nullopt;
+  for (uint64_t seq = info->State.FirstSeq; seq <= info->State.LastSeq; ++seq) {
+    natsMsg* raw = nullptr;
+    jsErrCode code = static_cast<jsErrCode>(0);
+    s = js_GetMsg(&raw, connection->jetStream(), fleet::kStreamName, seq, nullptr, &code);
+    fleet::NatsMsgPtr msg(raw);
+    if (s == NATS_NOT_FOUND) continue;  // deleted
+    if (s != NATS_OK) return Error("cannot read message " + std::to_string(seq) + ": " + fleet::NatsErrorText(s));
+    StoredMessage stored;
+    stored.sequence = seq;
+    stored.subject = natsMsg_GetSubject(msg.get());
+    stored.data.assign(natsMsg_GetData(msg.get()), static_cast<std::size_t>(natsMsg_GetDataLength(msg.get())));
+    const char* id = nullptr;
+    if (natsMsgHeader_Get(msg.get(), "Nats-Msg-Id", &id) == NATS_OK && id) stored.msgId = id;
+    out->push_back(std::move(stored));
+  }
+  return std::nullopt;
+}
+
+}  // namespace lumvane::testing
