@@ -4,7 +4,7 @@ PRESET ?= default
 BUILD_DIR := $(if $(filter default,$(PRESET)),build,build-$(PRESET))
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build test run asan tsan fuzz bench clean
+.PHONY: all deps configure build test run asan tsan fuzz bench clean install
 
 all: build
 
@@ -46,3 +46,13 @@ run: build
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz
+
+# Installs the programs, liblumvane-signpost with its headers and pkg-config
+# file, the systemd unit and the sysusers.d entry under PREFIX, staged under
+# DESTDIR when set (for packaging).
+PREFIX ?= /usr/local
+install: deps
+	@cmake --preset $(PRESET) -DCMAKE_INSTALL_PREFIX=$(PREFIX) >/dev/null
+	@cmake --build --preset $(PRESET) -j $(JOBS) \
+	  --target lumvaned lumvane lumvane-signpost lumvane_signpost
+	@cmake --install $(BUILD_DIR)

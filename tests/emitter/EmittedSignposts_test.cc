@@ -1,0 +1,104 @@
+// From a program's signpost to the telemetry sink: signposts marked with
+// liblumvane-signpost and with lumvane-signpost reach a private journald,
+// and `lumvane run --store` over its journal directory reports them.
+#include <gtest/gtest.h>
+#include <lumvane/signpost.hpp>
+
+#include <chrono>
+#include <filesystem>
+#include <set>
+#include <thread>
+#include <tuple>
+
+#include "lumvane/platform/DovetelEventReader.h"
+#include "tests/emitter/JournalEntries.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane::testing {
+namespace {
+
+std::string Text(const Dictionary& payload, const char* key) {
+  const Value* value = payload.find(key);
+  return value ? value->description() : "<absent>";
+}
+
+TEST(EmittedSignposts, AreReportedFromTheJournal) {
+  // There the whitelist is off, and the private string would be reported.
+  if (PathExists("/etc/lumvane/internal-diagnostics"))
+    GTEST_SKIP() << "/etc/lumvane/internal-diagnostics exists";
+  PrivateJournal::Options options;
+  options.privateVarTmp = true;  // the run's guard file stays in the namespace
+  START_JOURNAL(journal, options);
+  TempDir dir;
+  std::filesystem::create_directories(dir.file("dovetel/configurations"));
+  WriteFile(dir.file("dovetel/configurations/com.orvel.performance.lumvane_tasking.json"),
+            "{\"TaskedOn\": 1}\n");
+
+  // The library: an interval with the begin's and the end's arguments, a tap
+  // with a whitelisted zone and one with a private string.
+  static const lumvane_signpost launch = {"com.orvel.launch", "App", "ColdLaunch",
+                                          LUMVANE_SIGNPOST_SCOPE_PROCESS,
+                                          LUMVANE_SIGNPOST_TELEMETRY};
+  static const lumvane_signpost tap = {"com.orvel.touch", "Input", "Tap",
+                                       LUMVANE_SIGNPOST_SCOPE_PROCESS, LUMVANE_SIGNPOST_TELEMETRY};
+  {
+    lumvane_signpost_args begin{}, end{};
+    begin.strings[0] = {"Phase", "Root"};
+    begin.numbers[0] = {"Frames", LUMVANE_SIGNPOST_NUMBER_UINT64, {.u = 12}};
+    end.numbers[1] = {"Code", LUMVANE_SIGNPOST_NUMBER_INT64, {.i = -3}};
+    ScopedSignpost interval(launch, &begin);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_EQ(interval.end(&end), 0);
+  }
+  for (const char* zone : {"Ext", "secret-user-token"}) {
+    lumvane_signpost_args args{};
+    args.strings[0] = {"Zone", zone};
+    ASSERT_EQ(lumvane_signpost_event(&tap, 0, &args), 0);
+  }
+  // The command: a tap from another process.
+  ChildProcess command({LUMVANE_BINARY_DIR "/signpost-command/lumvane-signpost", "event",
+                        "--subsystem", "com.orvel.touch", "--category", "Input", "--name", "Tap",
+                        "--telemetry", "--string1", "Zone=Root"},
+                       {}, dir.file("command"));
+  ASSERT_EQ(command.wait(std::chrono::seconds(10)), 0) << command.err();
+  ASSERT_EQ(journal.sync(), "");
+
+  ChildProcess run({LUMVANE_BINARY_DIR "/lumvane", "run", "--store", PrivateJournal::kDirectory,
+                    "--dovetel-dir", dir.file("dovetel")},
+                   {"LUMVANE_STATE_DIR=" + dir.path(), "LUMVANE_LOG_TARGET=stderr"},
+                   dir.file("run"));
+  ASSERT_EQ(run.wait(std::chrono::seconds(60)), 0) << run.err();
+
+  // Every reported object twice, named after the process that marked it
+  // (this test's command name is cut to the kernel's 15 characters).
+  using Reported = std::tuple<std::string, std::string, std::string, std::string>;
+  std::multiset<Reported> reported;
+  for (const auto& event : ReadDovetelEvents(dir.file("dovetel/events.ndjson")).events)
+    if (event.name.rfind("sp__", 0) == 0 || event.name == "com.orvel.performance.signpost")
+      reported.emplace(event.name, Text(event.payload, "String1Value"),
+                       Text(event.payload, "IntervalType"),
+                       Text(event.payload, "StartProcessName"));
+  const std::string general = "com.orvel.performance.signpost";
+  const std::string taps = "sp__com.orvel.touch__Input__Tap";
+  const std::multiset<Reported> expected = {
+      {general, "Root", "Interval", "lumvane_emitter"},
+      {"sp__com.orvel.launch__App__ColdLaunch", "Root", "Interval", "lumvane_emitter"},
+      {general, "Ext", "Event", "lumvane_emitter"},
+      {taps, "Ext", "Event", "lumvane_emitter"},
+      {general, "Root", "Event", "lumvane-signpos"},
+      {taps, "Root", "Event", "lumvane-signpos"},
+  };
+  EXPECT_EQ(reported, expected);
+  std::string events = ReadFile(dir.file("dovetel/events.ndjson"));
+  EXPECT_NE(events.find("\"Number1Value\": 12, \"Number2Name\": \"Code\", \"Number2Value\": -3"),
+            std::string::npos)
+      << events;
+  EXPECT_EQ(events.find("secret-user-token"), std::string::npos);
+  EXPECT_NE(run.err().find("Done processing 2 reported and 1 unreported events, 1 reported and "
+                           "0 unreported intervals"),
+            std::string::npos)
+      << run.err();
+}
+
+}  // namespace
+}  // namespace lumvane::testing
