@@ -181,8 +181,10 @@ class LumvaneRunTest : public ::testing::Test {
     return std::make_unique<ChildProcess>(args, environment(), dir_.file("lumvane"));
   }
 
-  std::unique_ptr<ChildProcess> startRun(const std::string& store) {
-    return start({"run", "--store", store, "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd});
+  // A run over `store`; "-" reads it from the file `input`.
+  std::unique_ptr<ChildProcess> startRun(const std::string& store, const std::string& input = "") {
+    return start({"run", "--store", store, "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
+                 input);
   }
 
   std::vector<DovetelEvent> events() const {
@@ -198,26 +200,11 @@ class LumvaneRunTest : public ::testing::Test {
     return false;
   }
 
-  // The run ended by the defer file: status 0, the deferral line, the
-  // statistics event last and marked interrupted, no guard file left.
-  void expectDeferred(ChildProcess& run) {
-    ASSERT_EQ(run.wait(40s), 0) << run.err();
-    EXPECT_NE(run.err().find("Concluding processing due to deferral request"), std::string::npos)
-        << run.err();
-    EXPECT_NE(run.err().find("(Interrupted by deferral)"), std::string::npos) << run.err();
-    const std::vector<DovetelEvent> sent = events();
-    ASSERT_FALSE(sent.empty());
-    EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
-    const Value* interrupted = sent.back().payload.find("WasInterrupted");
-    EXPECT_TRUE(interrupted && *interrupted == Value(Number::fromBool(true)));
-    EXPECT_FALSE(PathExists(kGuardFile));
-  }
-
   testing::TempDir dir_;
 };
 
 TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeysInOrder) {
-  auto run = startRun(writeStore(SmallStore()));
+  auto run = startRun("-", writeStore(SmallStore()));  // "-": standard input
   ASSERT_EQ(run->wait(60s), 0) << run->err();
   EXPECT_FALSE(PathExists(kGuardFile));
 
@@ -335,23 +322,6 @@ TEST_F(LumvaneRunTest, AnswersUsageWithItsExitStatus) {
   EXPECT_FALSE(PathExists(dir_.file("dovetel/events.ndjson")));
 }
 
-TEST_F(LumvaneRunTest, DeferralDuringProcessingEndsTheRunInterrupted) {
-  // Two throttled sends per tap at 80 a second: longer than the second poll
-  // can be late (its period plus its leeway, 20 s).
-  constexpr size_t kTaps = 2000;
-  auto run = startRun(writeStore(TapStore(kTaps, static_cast<std::time_t>(kEndSeconds))));
-  ASSERT_TRUE(waitForEvents(4)) << run->err();
-  testing::WriteFile(dir_.file("state/defer"), "");
-  expectDeferred(*run);
-  size_t objectSends = 0;
-  for (const DovetelEvent& event : events()) {
-    objectSends += event.name == "com.orvel.performance.signpost" ||
-                   event.name == "sp__com.orvel.touch__Input__Tap";
-  }
-  EXPECT_GE(objectSends, 4u);
-  EXPECT_LT(objectSends, 2 * kTaps);
-}
-
 // SIGINT ends the daemon at once with status 0 and leaves the guard file of
 // the run it cut short; the next run clears it instead of processing.
 TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunToClear) {
@@ -375,30 +345,25 @@ TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunT
   EXPECT_EQ(events().size(), before) << "the run after an interrupted one processed";
 }
 
-TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInput) {
-  const std::string store = dir_.file("one.ndjson");
-  testing::WriteFile(store, Signpost(kEndSeconds - 3600, "event", 1, "Load", "process", "com.test",
-                                    "ui", 100, "tester", {{"SIGNPOST_TELEMETRY", "1"}}));
-  auto piped = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
-                     store);
-  ASSERT_EQ(piped->wait(30s), 0) << piped->err();
-  const std::vector<DovetelEvent> sent = events();
-  ASSERT_EQ(sent.size(), 6u);  // the object twice, its three counts, statistics
-  EXPECT_EQ(sent[1].name, "sp__com.test__ui__Load");
-  const Value* processed = sent.back().payload.find("LogObjectsProcessed");
-  EXPECT_TRUE(processed && *processed == Value(Number::fromUInt64(1)));
-}
-
-// An endless line on standard input: the deferral poll's stop ends the read
-// inside the line, and the run reports as interrupted.
+// The defer file ends a run at its next poll, here one reading an endless
+// line on standard input: the stop ends the read inside the line, and the
+// run reports as interrupted.
 TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
-  auto run = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
-                   "/dev/zero");
+  auto run = startRun("-", "/dev/zero");
   ASSERT_TRUE(run->waitForError("Deferral not requested, continuing.", 10s)) << run->err();
   // The next poll comes within the period plus the leeway, 20 s; the stop it
   // makes ends the read inside the line at once.
   testing::WriteFile(dir_.file("state/defer"), "");
-  expectDeferred(*run);
+  ASSERT_EQ(run->wait(30s), 0) << run->err();
+  EXPECT_NE(run->err().find("Concluding processing due to deferral request"), std::string::npos)
+      << run->err();
+  EXPECT_NE(run->err().find("(Interrupted by deferral)"), std::string::npos) << run->err();
+  const std::vector<DovetelEvent> sent = events();
+  ASSERT_FALSE(sent.empty());
+  EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
+  const Value* interrupted = sent.back().payload.find("WasInterrupted");
+  EXPECT_TRUE(interrupted && *interrupted == Value(Number::fromBool(true)));
+  EXPECT_FALSE(PathExists(kGuardFile));
 }
 
 }  // namespace
