@@ -71,19 +71,22 @@ std::string Signpost(double seconds, const std::string& type, uint64_t id, const
 
 constexpr double kEndSeconds = 1714557600;  // kEnd
 
-std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabled) {
+// A tap from netmond, or from the program `exe` when given.
+std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabled,
+                const std::string& exe = "") {
   Fields arguments = {{"SIGNPOST_STRING1_NAME", "Zone"}, {"SIGNPOST_STRING1_VALUE", zone}};
   if (enabled) arguments.emplace_back("SIGNPOST_TELEMETRY", "1");
-  return Signpost(seconds, "event", id, "Tap", "process", "com.orvel.touch", "Input", 77,
-                  "netmond", arguments);
+  return Signpost(seconds, "event", id, "Tap", "process", "com.orvel.touch", "Input",
+                  exe.empty() ? 77 : 300, exe.empty() ? "netmond" : "Mailbox", arguments, exe);
 }
 
 // The day before kEnd holds, in this order: a cold launch from composerd
 // (begin) to indexd (end), 1.5 s long, with a whitelisted string and two
 // numbers; another program's log entry; a tap with "Ext"; a tap with a
-// private string; a tap without telemetry; a tap with "Root". A tap before
-// the day and a line that is no JSON object are not part of it.
-std::string SmallStore() {
+// private string; a tap without telemetry; a tap with "Root"; a tap with
+// "Ext" from `appDir`/Mailbox. A tap before the day and a line that is no
+// JSON object are not part of it.
+std::string SmallStore(const std::string& appDir) {
   const double day = kEndSeconds - 7200;  // 10:00 of the day, two hours before its end
   return Tap(kEndSeconds - 90000, 9, "Root", true) + "-- Boot 5d1c0de5 --\n" +
          Signpost(day, "begin", 1, "ColdLaunch", "system", "com.orvel.launch", "App", 201,
@@ -104,7 +107,8 @@ std::string SmallStore() {
                           {"_COMM", "netmond"},
                           {"SIGNPOST_NAME", "Tap"}}) +
          Tap(day + 300, 2, "Ext", true) + Tap(day + 360, 3, "secret-user-token", true) +
-         Tap(day + 420, 4, "Root", false) + Tap(day + 480, 5, "Root", true);
+         Tap(day + 420, 4, "Root", false) + Tap(day + 480, 5, "Root", true) +
+         Tap(day + 540, 6, "Ext", true, appDir + "/Mailbox");
 }
 
 // `count` reportable taps, one a second, the last an hour before `end`.
@@ -203,8 +207,13 @@ class LumvaneRunTest : public ::testing::Test {
   testing::TempDir dir_;
 };
 
+// A process whose executable sits in an application directory is named by
+// the directory's desktop entry; one outside any is named by its command.
 TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeysInOrder) {
-  auto run = startRun("-", writeStore(SmallStore()));  // "-": standard input
+  const std::string appDir = dir_.file("opt/Mailbox.AppDir");
+  std::filesystem::create_directories(appDir);
+  testing::WriteFile(appDir + "/org.example.Mailbox.desktop", testing::DesktopEntry("Application"));
+  auto run = startRun("-", writeStore(SmallStore(appDir)));  // "-": standard input
   ASSERT_EQ(run->wait(60s), 0) << run->err();
   EXPECT_FALSE(PathExists(kGuardFile));
 
@@ -214,12 +223,13 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
       R"("Number1Value": 12, "Number2Name": "Code", "Number2Value": -3, )"
       R"("IntervalType": "Interval", "DurationInSeconds": 1.5, "StartProcessName": "composerd", )"
       R"("EndProcessName": "indexd", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
-  auto tap = [](const char* zone) {
+  auto tap = [](const char* zone, const char* process = "netmond") {
     return std::string(R"({"Subsystem": "com.orvel.touch", "Category": "Input", "Name": "Tap", )"
                        R"("String1Name": "Zone", "String1Value": ")") +
            zone +
            R"(", "IntervalType": "Event", "DurationInSeconds": 0.0, )"
-           R"("StartProcessName": "netmond", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
+           R"("StartProcessName": ")" + process +
+           R"(", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
   };
   auto line = [](const std::string& name, const std::string& payload) {
     return R"({"name": ")" + name + R"(", "payload": )" + payload + "}";
@@ -238,46 +248,26 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
       line("sp__com.orvel.touch__Input__Tap", tap("Ext")),
       line(general, tap("Root")),
       line("sp__com.orvel.touch__Input__Tap", tap("Root")),
-      count("com.orvel.touch", "Input", 4, "AllInspected"),
+      line(general, tap("Ext", "org.example.Mailbox")),
+      line("sp__com.orvel.touch__Input__Tap", tap("Ext", "org.example.Mailbox")),
+      count("com.orvel.touch", "Input", 5, "AllInspected"),
       count("com.orvel.launch", "App", 1, "AllInspected"),
-      count("com.orvel.touch", "Input", 2, "Reported"),
+      count("com.orvel.touch", "Input", 3, "Reported"),
       count("com.orvel.launch", "App", 1, "Reported"),
-      count("com.orvel.touch", "Input", 2, "ReportedEvents"),
+      count("com.orvel.touch", "Input", 3, "ReportedEvents"),
       count("com.orvel.touch", "Input", 1, "StringWhitelistFiltered"),
       line("com.orvel.performance.signpost_reporting_stats",
-           R"({"ProcessingDurationInSeconds": D, "LogObjectsProcessed": 6, )"
-           R"("AnimationsReported": 0, "IntervalsReported": 1, "EventsReported": 2, )"
+           R"({"ProcessingDurationInSeconds": D, "LogObjectsProcessed": 7, )"
+           R"("AnimationsReported": 0, "IntervalsReported": 1, "EventsReported": 3, )"
            R"("AnimationsNotReported": 0, "IntervalsNotReported": 0, "EventsNotReported": 2, )"
            R"("WasInterrupted": false})")};
   EXPECT_EQ(Lines(dir_.file("dovetel/events.ndjson")), expected);
   EXPECT_EQ(testing::ReadFile(dir_.file("dovetel/events.ndjson")).find("secret-user-token"),
             std::string::npos);
-  EXPECT_NE(run->err().find("Done processing 2 reported and 2 unreported events, 1 reported and "
+  EXPECT_NE(run->err().find("Done processing 3 reported and 2 unreported events, 1 reported and "
                             "0 unreported intervals"),
             std::string::npos)
       << run->err();
-}
-
-// A process whose executable sits in an application directory is named by
-// the directory's desktop entry; one outside any is named by its command.
-TEST_F(LumvaneRunTest, NamesAProcessOfAnApplicationDirectoryByItsDesktopEntry) {
-  const std::string appDir = dir_.file("opt/Mailbox.AppDir");
-  std::filesystem::create_directories(appDir);
-  testing::WriteFile(appDir + "/org.example.Mailbox.desktop", testing::DesktopEntry("Application"));
-  const Fields on = {{"SIGNPOST_TELEMETRY", "1"}};
-  auto run = startRun(writeStore(
-      Signpost(kEndSeconds - 600, "event", 1, "Tap", "process", "com.orvel.touch", "Input", 300,
-               "Mailbox", on, appDir + "/Mailbox") +
-      Signpost(kEndSeconds - 500, "event", 2, "Tap", "process", "com.orvel.touch", "Input", 301,
-               "netmond", on)));
-  ASSERT_EQ(run->wait(60s), 0) << run->err();
-  const std::vector<DovetelEvent> sent = events();
-  ASSERT_GE(sent.size(), 4u);
-  const Value* first = sent[0].payload.find("StartProcessName");
-  const Value* second = sent[2].payload.find("StartProcessName");
-  ASSERT_TRUE(first && second);
-  EXPECT_EQ(*first, Value("org.example.Mailbox"));
-  EXPECT_EQ(*second, Value("netmond"));
 }
 
 // Each way a run ends early has status 1 and a reason naming the path; a
@@ -291,7 +281,7 @@ TEST_F(LumvaneRunTest, EndsWithStatusOneWhenNotTaskedOrTheStoreCannotBeRead) {
     bool tasked;
     std::string store, reason;
   } rows[] = {
-      {false, writeStore(SmallStore()), "not tasked"},
+      {false, writeStore(SmallStore(dir_.path())), "not tasked"},
       {true, missing, unreadable + "open " + missing + ": No such file or directory"},
       {true, fifo, unreadable + "read " + fifo + ": not a regular file"},
       {true, "/dev/zero", unreadable + "read /dev/zero: not a regular file"},
