@@ -71,19 +71,22 @@ std::string Signpost(double seconds, const std::string& type, uint64_t id, const
 
 constexpr double kEndSeconds = 1714557600;  // kEnd
 
-std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabled) {
+// A tap from netmond, or from the program `exe` when given.
+std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabled,
+                const std::string& exe = "") {
   Fields arguments = {{"SIGNPOST_STRING1_NAME", "Zone"}, {"SIGNPOST_STRING1_VALUE", zone}};
   if (enabled) arguments.emplace_back("SIGNPOST_TELEMETRY", "1");
-  return Signpost(seconds, "event", id, "Tap", "process", "com.orvel.touch", "Input", 77,
-                  "netmond", arguments);
+  return Signpost(seconds, "event", id, "Tap", "process", "com.orvel.touch", "Input",
+                  exe.empty() ? 77 : 300, exe.empty() ? "netmond" : "Mailbox", arguments, exe);
 }
 
 // The day before kEnd holds, in this order: a cold launch from composerd
 // (begin) to indexd (end), 1.5 s long, with a whitelisted string and two
 // numbers; another program's log entry; a tap with "Ext"; a tap with a
-// private string; a tap without telemetry; a tap with "Root". A tap before
-// the day and a line that is no JSON object are not part of it.
-std::string SmallStore() {
+// private string; a tap without telemetry; a tap with "Root"; a tap with
+// "Ext" from `appDir`/Mailbox. A tap before the day and a line that is no
+// JSON object are not part of it.
+std::string SmallStore(const std::string& appDir) {
   const double day = kEndSeconds - 7200;  // 10:00 of the day, two hours before its end
   return Tap(kEndSeconds - 90000, 9, "Root", true) + "-- Boot 5d1c0de5 --\n" +
          Signpost(day, "begin", 1, "ColdLaunch", "system", "com.orvel.launch", "App", 201,
@@ -104,7 +107,8 @@ std::string SmallStore() {
                           {"_COMM", "netmond"},
                           {"SIGNPOST_NAME", "Tap"}}) +
          Tap(day + 300, 2, "Ext", true) + Tap(day + 360, 3, "secret-user-token", true) +
-         Tap(day + 420, 4, "Root", false) + Tap(day + 480, 5, "Root", true);
+         Tap(day + 420, 4, "Root", false) + Tap(day + 480, 5, "Root", true) +
+         Tap(day + 540, 6, "Ext", true, appDir + "/Mailbox");
 }
 
 // `count` reportable taps, one a second, the last an hour before `end`.
@@ -181,8 +185,10 @@ class LumvaneRunTest : public ::testing::Test {
     return std::make_unique<ChildProcess>(args, environment(), dir_.file("lumvane"));
   }
 
-  std::unique_ptr<ChildProcess> startRun(const std::string& store) {
-    return start({"run", "--store", store, "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd});
+  // A run over `store`; "-" reads it from the file `input`.
+  std::unique_ptr<ChildProcess> startRun(const std::string& store, const std::string& input = "") {
+    return start({"run", "--store", store, "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
+                 input);
   }
 
   std::vector<DovetelEvent> events() const {
@@ -201,8 +207,13 @@ class LumvaneRunTest : public ::testing::Test {
   testing::TempDir dir_;
 };
 
+// A process whose executable sits in an application directory is named by
+// the directory's desktop entry; one outside any is named by its command.
 TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeysInOrder) {
-  auto run = startRun(writeStore(SmallStore()));
+  const std::string appDir = dir_.file("opt/Mailbox.AppDir");
+  std::filesystem::create_directories(appDir);
+  testing::WriteFile(appDir + "/org.example.Mailbox.desktop", testing::DesktopEntry("Application"));
+  auto run = startRun("-", writeStore(SmallStore(appDir)));  // "-": standard input
   ASSERT_EQ(run->wait(60s), 0) << run->err();
   EXPECT_FALSE(PathExists(kGuardFile));
 
@@ -212,12 +223,13 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
       R"("Number1Value": 12, "Number2Name": "Code", "Number2Value": -3, )"
       R"("IntervalType": "Interval", "DurationInSeconds": 1.5, "StartProcessName": "composerd", )"
       R"("EndProcessName": "indexd", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
-  auto tap = [](const char* zone) {
+  auto tap = [](const char* zone, const char* process = "netmond") {
     return std::string(R"({"Subsystem": "com.orvel.touch", "Category": "Input", "Name": "Tap", )"
                        R"("String1Name": "Zone", "String1Value": ")") +
            zone +
            R"(", "IntervalType": "Event", "DurationInSeconds": 0.0, )"
-           R"("StartProcessName": "netmond", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
+           R"("StartProcessName": ")" + process +
+           R"(", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
   };
   auto line = [](const std::string& name, const std::string& payload) {
     return R"({"name": ")" + name + R"(", "payload": )" + payload + "}";
@@ -236,67 +248,55 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
       line("sp__com.orvel.touch__Input__Tap", tap("Ext")),
       line(general, tap("Root")),
       line("sp__com.orvel.touch__Input__Tap", tap("Root")),
-      count("com.orvel.touch", "Input", 4, "AllInspected"),
+      line(general, tap("Ext", "org.example.Mailbox")),
+      line("sp__com.orvel.touch__Input__Tap", tap("Ext", "org.example.Mailbox")),
+      count("com.orvel.touch", "Input", 5, "AllInspected"),
       count("com.orvel.launch", "App", 1, "AllInspected"),
-      count("com.orvel.touch", "Input", 2, "Reported"),
+      count("com.orvel.touch", "Input", 3, "Reported"),
       count("com.orvel.launch", "App", 1, "Reported"),
-      count("com.orvel.touch", "Input", 2, "ReportedEvents"),
+      count("com.orvel.touch", "Input", 3, "ReportedEvents"),
       count("com.orvel.touch", "Input", 1, "StringWhitelistFiltered"),
       line("com.orvel.performance.signpost_reporting_stats",
-           R"({"ProcessingDurationInSeconds": D, "LogObjectsProcessed": 6, )"
-           R"("AnimationsReported": 0, "IntervalsReported": 1, "EventsReported": 2, )"
+           R"({"ProcessingDurationInSeconds": D, "LogObjectsProcessed": 7, )"
+           R"("AnimationsReported": 0, "IntervalsReported": 1, "EventsReported": 3, )"
            R"("AnimationsNotReported": 0, "IntervalsNotReported": 0, "EventsNotReported": 2, )"
            R"("WasInterrupted": false})")};
   EXPECT_EQ(Lines(dir_.file("dovetel/events.ndjson")), expected);
   EXPECT_EQ(testing::ReadFile(dir_.file("dovetel/events.ndjson")).find("secret-user-token"),
             std::string::npos);
-  EXPECT_NE(run->err().find("Done processing 2 reported and 2 unreported events, 1 reported and "
+  EXPECT_NE(run->err().find("Done processing 3 reported and 2 unreported events, 1 reported and "
                             "0 unreported intervals"),
             std::string::npos)
       << run->err();
 }
 
-// A process whose executable sits in an application directory is named by
-// the directory's desktop entry; one outside any is named by its command.
-TEST_F(LumvaneRunTest, NamesAProcessOfAnApplicationDirectoryByItsDesktopEntry) {
-  const std::string appDir = dir_.file("opt/Mailbox.AppDir");
-  std::filesystem::create_directories(appDir);
-  testing::WriteFile(appDir + "/org.example.Mailbox.desktop", testing::DesktopEntry("Application"));
-  const Fields on = {{"SIGNPOST_TELEMETRY", "1"}};
-  auto run = startRun(writeStore(
-      Signpost(kEndSeconds - 600, "event", 1, "Tap", "process", "com.orvel.touch", "Input", 300,
-               "Mailbox", on, appDir + "/Mailbox") +
-      Signpost(kEndSeconds - 500, "event", 2, "Tap", "process", "com.orvel.touch", "Input", 301,
-               "netmond", on)));
-  ASSERT_EQ(run->wait(60s), 0) << run->err();
-  const std::vector<DovetelEvent> sent = events();
-  ASSERT_GE(sent.size(), 4u);
-  const Value* first = sent[0].payload.find("StartProcessName");
-  const Value* second = sent[2].payload.find("StartProcessName");
-  ASSERT_TRUE(first && second);
-  EXPECT_EQ(*first, Value("org.example.Mailbox"));
-  EXPECT_EQ(*second, Value("netmond"));
-}
-
-TEST_F(LumvaneRunTest, EndsWithoutProcessingWhenNotTaskedOrTheStoreIsMissing) {
-  const std::string store = writeStore(SmallStore());
-  setTaskedOn(false);
-  auto untasked = startRun(store);
-  EXPECT_EQ(untasked->wait(30s), 1) << untasked->err();
-  EXPECT_FALSE(PathExists(dir_.file("dovetel/events.ndjson")));
-  EXPECT_FALSE(PathExists(kGuardFile));
-  EXPECT_NE(untasked->err().find("not tasked"), std::string::npos) << untasked->err();
-  // Nothing was reported, so the throttle never came into being.
-  EXPECT_EQ(untasked->err().find("clock ticks per quantum"), std::string::npos) << untasked->err();
-
-  setTaskedOn(true);
-  const std::string missing = dir_.file("no-such-store");
-  auto unreadable = startRun(missing);
-  EXPECT_EQ(unreadable->wait(30s), 1) << unreadable->err();
-  EXPECT_NE(unreadable->err().find("lumvane: the signpost store could not be read"),
-            std::string::npos) << unreadable->err();
-  EXPECT_NE(unreadable->err().find(missing), std::string::npos) << unreadable->err();
-  EXPECT_FALSE(PathExists(kGuardFile));
+// Each way a run ends early has status 1 and a reason naming the path; a
+// FIFO or a device as the store is refused at once instead of blocking or
+// reading forever.
+TEST_F(LumvaneRunTest, EndsWithStatusOneWhenNotTaskedOrTheStoreCannotBeRead) {
+  const std::string fifo = dir_.file("fifo.ndjson"), missing = dir_.file("no-such-store");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const std::string unreadable = "lumvane: the signpost store could not be read: cannot ";
+  const struct {
+    bool tasked;
+    std::string store, reason;
+  } rows[] = {
+      {false, writeStore(SmallStore(dir_.path())), "not tasked"},
+      {true, missing, unreadable + "open " + missing + ": No such file or directory"},
+      {true, fifo, unreadable + "read " + fifo + ": not a regular file"},
+      {true, "/dev/zero", unreadable + "read /dev/zero: not a regular file"},
+  };
+  for (const auto& row : rows) {
+    setTaskedOn(row.tasked);
+    auto run = startRun(row.store);
+    EXPECT_EQ(run->wait(30s), 1) << run->err();
+    EXPECT_NE(run->err().find(row.reason), std::string::npos) << run->err();
+    EXPECT_FALSE(PathExists(kGuardFile));
+    if (row.tasked) continue;
+    EXPECT_FALSE(PathExists(dir_.file("dovetel/events.ndjson")));
+    // Nothing was reported, so the throttle never came into being.
+    EXPECT_EQ(run->err().find("clock ticks per quantum"), std::string::npos) << run->err();
+  }
 }
 
 TEST_F(LumvaneRunTest, AnswersUsageWithItsExitStatus) {
@@ -310,35 +310,6 @@ TEST_F(LumvaneRunTest, AnswersUsageWithItsExitStatus) {
     EXPECT_NE(wrong->err().find("usage: lumvane run"), std::string::npos) << wrong->err();
   }
   EXPECT_FALSE(PathExists(dir_.file("dovetel/events.ndjson")));
-}
-
-TEST_F(LumvaneRunTest, DeferralDuringProcessingEndsTheRunInterrupted) {
-  // Two throttled sends per tap at 80 a second: longer than the second poll
-  // can be late (its period plus its leeway, 20 s).
-  constexpr size_t kTaps = 2000;
-  std::time_t end = 1714557600;  // kEnd
-  auto run = startRun(writeStore(TapStore(kTaps, end)));
-  ASSERT_TRUE(waitForEvents(4)) << run->err();
-  testing::WriteFile(dir_.file("state/defer"), "");
-  ASSERT_EQ(run->wait(40s), 0) << run->err();
-  EXPECT_FALSE(PathExists(kGuardFile));
-  EXPECT_NE(run->err().find("Concluding processing due to deferral request"), std::string::npos)
-      << run->err();
-  EXPECT_NE(run->err().find("(Interrupted by deferral)"), std::string::npos) << run->err();
-
-  const auto sent = events();
-  ASSERT_FALSE(sent.empty());
-  size_t objectSends = 0;
-  for (const DovetelEvent& event : sent) {
-    objectSends += event.name == "com.orvel.performance.signpost" ||
-                   event.name == "sp__com.orvel.touch__Input__Tap";
-  }
-  EXPECT_GE(objectSends, 4u);
-  EXPECT_LT(objectSends, 2 * kTaps);
-  EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
-  const Value* interrupted = sent.back().payload.find("WasInterrupted");
-  ASSERT_TRUE(interrupted);
-  EXPECT_EQ(*interrupted, Value(Number::fromBool(true)));
 }
 
 // SIGINT ends the daemon at once with status 0 and leaves the guard file of
@@ -364,56 +335,24 @@ TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunT
   EXPECT_EQ(events().size(), before) << "the run after an interrupted one processed";
 }
 
-// "-" reads the store from standard input; a FIFO or a device named as the
-// store is refused at once, by name, instead of blocking or reading forever.
-TEST_F(LumvaneRunTest, ReadsTheStoreFromStandardInputAndRefusesSpecialFiles) {
-  const std::string store = dir_.file("one.ndjson");
-  testing::WriteFile(store, Signpost(kEndSeconds - 3600, "event", 1, "Load", "process", "com.test",
-                                    "ui", 100, "tester", {{"SIGNPOST_TELEMETRY", "1"}}));
-  auto piped = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
-                     store);
-  ASSERT_EQ(piped->wait(30s), 0) << piped->err();
-  const std::vector<DovetelEvent> sent = events();
-  ASSERT_GE(sent.size(), 3u);
-  EXPECT_EQ(sent[0].name, "com.orvel.performance.signpost");
-  EXPECT_EQ(sent[1].name, "sp__com.test__ui__Load");
-  EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
-  const Value* processed = sent.back().payload.find("LogObjectsProcessed");
-  ASSERT_TRUE(processed);
-  EXPECT_EQ(*processed, Value(Number::fromUInt64(1)));
-
-  const std::string fifo = dir_.file("fifo.ndjson");
-  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  for (const std::string& path : {fifo, std::string("/dev/zero")}) {
-    auto refused = startRun(path);
-    EXPECT_EQ(refused->wait(15s), 1) << refused->err();
-    EXPECT_NE(refused->err().find("lumvane: the signpost store could not be read: cannot read " +
-                                  path + ": not a regular file"),
-              std::string::npos)
-        << refused->err();
-    EXPECT_FALSE(PathExists(kGuardFile));
-  }
-}
-
-// An endless line on standard input: the deferral poll's stop ends the read
-// inside the line, and the run reports as interrupted.
+// The defer file ends a run at its next poll, here one reading an endless
+// line on standard input: the stop ends the read inside the line, and the
+// run reports as interrupted.
 TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
-  auto run = start({"run", "--store", "-", "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
-                   "/dev/zero");
+  auto run = startRun("-", "/dev/zero");
   ASSERT_TRUE(run->waitForError("Deferral not requested, continuing.", 10s)) << run->err();
-  testing::WriteFile(dir_.file("state/defer"), "");
   // The next poll comes within the period plus the leeway, 20 s; the stop it
   // makes ends the read inside the line at once.
+  testing::WriteFile(dir_.file("state/defer"), "");
   ASSERT_EQ(run->wait(30s), 0) << run->err();
   EXPECT_NE(run->err().find("Concluding processing due to deferral request"), std::string::npos)
       << run->err();
-  const std::vector<DovetelEvent> sent =
-      ReadDovetelEvents(dir_.file("dovetel/events.ndjson")).events;
+  EXPECT_NE(run->err().find("(Interrupted by deferral)"), std::string::npos) << run->err();
+  const std::vector<DovetelEvent> sent = events();
   ASSERT_FALSE(sent.empty());
   EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
   const Value* interrupted = sent.back().payload.find("WasInterrupted");
-  ASSERT_TRUE(interrupted);
-  EXPECT_EQ(*interrupted, Value(Number::fromBool(true)));
+  EXPECT_TRUE(interrupted && *interrupted == Value(Number::fromBool(true)));
   EXPECT_FALSE(PathExists(kGuardFile));
 }
 

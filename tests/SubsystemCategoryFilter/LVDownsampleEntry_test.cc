@@ -5,7 +5,6 @@
 #include <tuple>
 #include <vector>
 
-#include "tests/support/TestSupport.h"
 
 namespace lumvane {
 namespace {
@@ -37,14 +36,6 @@ TEST(LVDownsampleEntryTest, CapIsTestedBeforeRatioAndEveryCallCounts) {
   two->setEventsReported(1);
   EXPECT_EQ(PassingCalls(*two, 3), std::vector<uint64_t>{3});  // calls 13, 14, 15
   EXPECT_EQ(two->eventsReported(), 2u);
-}
-
-TEST(LVDownsampleEntryTest, ZeroRatioIsRefusedWithOneMessagePerAttempt) {
-  testing::ScopedLogCapture capture;
-  EXPECT_EQ(LVDownsampleEntry::initWithCap(5, 0), nullptr);
-  EXPECT_EQ(LVDownsampleEntry::initWithCap(0, 0), nullptr);
-  EXPECT_EQ(capture.log().messages(),
-            std::vector<std::string>(2, "Tried to create a downsample entry with 0 downsample ratio"));
 }
 
 }  // namespace

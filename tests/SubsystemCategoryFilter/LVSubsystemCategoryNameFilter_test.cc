@@ -73,20 +73,5 @@ TEST(LVSubsystemCategoryNameFilterTest, MostSpecificRuleCountsAndUngovernedObjec
   EXPECT_TRUE(capture.log().messages().empty());
 }
 
-TEST(LVSubsystemCategoryNameFilterTest, CapAndRatioOverALongRun) {
-  auto filter = LVSubsystemCategoryNameFilter::initWithDictionaryArray(Array{
-      Rule({{"Subsystem", "S"}, {"Cap", Int(500)}, {"DownsampleRatio", Int(503)}})});
-  ASSERT_TRUE(filter);
-  const SignpostObject objects[] = {Object("S", "C", "N"), Object("S", "D", std::nullopt)};
-  std::vector<uint64_t> passed;
-  for (uint64_t i = 1; i <= 300000; ++i) {
-    if (filter->shouldReportObject(objects[i % 2])) passed.push_back(i);
-  }
-  ASSERT_EQ(passed.size(), 500u);
-  EXPECT_EQ(passed.front(), 503u);
-  EXPECT_EQ(passed.back(), 251500u);
-  EXPECT_EQ(filter->downsampleEntryForObject(objects[0])->eventsSeen(), 300000u);
-}
-
 }  // namespace
 }  // namespace lumvane

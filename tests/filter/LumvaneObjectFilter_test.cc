@@ -3,11 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <random>
 
 #include "lumvane/SubsystemCategoryFilter/LVBuiltInFilter.h"
-#include "lumvane/filter/LVStringLists.h"
-#include "lumvane/filter/LVStringWhitelist.h"
 #include "lumvane/signpost/SignpostAnimationInterval.h"
 #include "tests/support/TestSupport.h"
 
@@ -121,74 +118,6 @@ TEST_F(ObjectFilterTest, OnlyObjectsPassingEarlierTestsReachTheNameFilter) {
   // Every second governed object passes.
   EXPECT_EQ(Verdict(*f, *good), SignpostClassificationFailedSCFilter);
   EXPECT_EQ(Verdict(*f, *good), SignpostClassificationReported);
-}
-
-// Thousands of random objects per platform: every reported object's named
-// string arguments are in the platform's set (or it is the desktop
-// performance-logging operation with valid values), no object whose named
-// arguments are all listed fails the whitelist, and the statistics add up.
-TEST_F(ObjectFilterTest, RandomObjectsOnEveryPlatform) {
-  std::mt19937 rng(20240611);
-  auto pick = [&](size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(rng); };
-  const std::vector<LVStringList> pools = {LVDesktopUIElementNames(), LVDesktopUIActionNames(),
-                                           LVDesktopBundleIdentifiers(), LVSharedStringValues(),
-                                           LVCameraEventValues(), LVSizeNames()};
-  const std::string subsystems[] = {"com.orvel.test", "com.orvel.Lanternfield",
-                                    "com.orvel.Brackenfold"};
-  const float durations[] = {1.5f, 0.0f, -2.0f, std::nanf("")};
-  const size_t n = 3000;
-  for (uint32_t pl = 1; pl <= 5; ++pl) {
-    const auto platform = static_cast<LVPlatform>(pl);
-    const LVStringSet& allowed = LVStringWhitelistForPlatform(platform);
-    auto value = [&]() -> Opt {
-      size_t roll = pick(6);
-      if (roll == 0) return std::nullopt;
-      if (roll == 1) return "random-" + std::to_string(pick(1000));
-      if (roll == 2 && !allowed.empty()) {
-        return std::string(*std::next(allowed.begin(), pick(allowed.size())));
-      }
-      LVStringList list = pools[pick(pools.size())];
-      return std::string(list[pick(list.size())]);
-    };
-    auto argName = [&]() { return pick(3) ? Opt("arg") : std::nullopt; };
-    auto listed = [&](const Opt& name, const Opt& v) { return !name || (v && allowed.count(*v)); };
-
-    auto f = LumvaneObjectFilter::initWithPlatform(platform);
-    for (size_t i = 0; i < n; ++i) {
-      SignpostObjectProperties p;
-      p.subsystem = subsystems[pick(3)];
-      p.category = p.subsystem == "com.orvel.Brackenfold" ? "PerfLogging" : "cat";
-      p.name = pick(4) ? Opt("PerfLoggingOperation") : std::nullopt;
-      p.string1Name = argName(), p.string1Value = value();
-      p.string2Name = argName(), p.string2Value = value();
-      auto object = Make(Kind(pick(4)), pick(10) != 0, durations[pick(4)], {}, p);
-
-      SignpostClassification c;
-      const bool reported = f->shouldReportSignpostObject(*object, &c);
-      const bool allListed = listed(p.string1Name, p.string1Value) &&
-                             listed(p.string2Name, p.string2Value);
-      const bool perfOp = platform == LVPlatformArdenos &&
-                          LVIsPerfLoggingOperation(p.subsystem, p.category, p.name);
-      if (reported) {
-        EXPECT_TRUE(perfOp ? LVPerfLoggingValuesPass(p.string1Value, p.string2Value) : allListed)
-            << "platform " << pl << " object " << i;
-      }
-      if (c == SignpostClassificationFailedStringWhitelist && !perfOp) {
-        EXPECT_FALSE(allListed) << "platform " << pl << " object " << i;
-      }
-    }
-    EXPECT_EQ(f->allInspectedSignpostObjectsAggregation().totalCount(), n);
-    EXPECT_EQ(PerClassificationTotal(*f), n);
-    EXPECT_EQ(f->totalReportedIntervalCount() + f->totalUnreportedIntervalCount() +
-                  f->totalReportedAnimationCount() + f->totalUnreportedAnimationCount() +
-                  f->totalReportedEventCount() + f->totalUnreportedEventCount() +
-                  f->telemetryNotReportedClassNotSupportedAggregation().totalCount(),
-              n);
-    EXPECT_EQ(f->totalReportedEventCount(), f->telemetryReportedEventsAggregation().totalCount());
-    // The mix must exercise both outcomes of the whitelist to mean anything.
-    EXPECT_GT(f->telemetryReportedAggregation().totalCount(), 0u) << pl;
-    EXPECT_GT(f->telemetryNotReportedFailedStringWhitelistAggregation().totalCount(), 0u) << pl;
-  }
 }
 
 }  // namespace

@@ -24,22 +24,6 @@ void Calls(ReportThrottle& throttle, FakeContinuousClock& clock, int n, uint64_t
   }
 }
 
-TEST(ReportThrottleTest, ComesIntoBeingAtTheFirstCallWhichStartsTheFirstQuantum) {
-  FakeContinuousClock clock;
-  RecordingSleeper sleeper(&clock);
-  ScopedLogCapture capture;
-  ReportThrottle throttle(clock, sleeper);
-  EXPECT_TRUE(capture.log().messages().empty()) << "created before its first call";
-
-  clock.advance(1'000'000'000);      // a second between construction and the first event
-  Calls(throttle, clock, 1, 0);
-  EXPECT_EQ(capture.log().messages(),
-            std::vector<std::string>{
-                "125000.000000 us, 125000000.000000 clock ticks per quantum of 10 reported events"});
-  Calls(throttle, clock, 9, 2'500'000);  // tenth call 22.5 ms after the first
-  EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{102500});
-}
-
 TEST(ReportThrottleTest, StretchesShortQuantaToTheBudgetAndTruncatesTheSleep) {
   FakeContinuousClock clock;  // 1 tick = 1 ns
   RecordingSleeper sleeper(&clock);
