@@ -141,7 +141,7 @@ const char* CollectUsage() {
          "  --db PATH                the SQLite database, created when missing (key Database)\n"
          "  --consumer NAME          durable consumer name (key Consumer, lumvane-collect); collectors\n"
          "                           share a name only when they write one database on one host\n"
-         "  --batch N                messages per fetch and per transaction (key Batch, 256)\n"
+         "  --batch N                messages per fetch and per transaction (key Batch, 1024)\n"
          "  --fetch-wait-ms N        longest wait for a batch (key FetchWaitMs, 1000)\n"
          "  --ack-wait-ms N          redelivery of an unacknowledged message after this, for a new\n"
          "                           consumer (key AckWaitMs, 30000)\n"

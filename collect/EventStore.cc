@@ -14,10 +14,7 @@ CREATE TABLE IF NOT EXISTS events (
   day      TEXT NOT NULL,
   payload  TEXT NOT NULL
 );
-CREATE INDEX IF NOT EXISTS events_day_name ON events(day, name);
-CREATE INDEX IF NOT EXISTS events_name_day ON events(name, day);
-CREATE INDEX IF NOT EXISTS events_day_machine ON events(day, machine);
-CREATE INDEX IF NOT EXISTS events_sent ON events(sent_us);
+CREATE INDEX IF NOT EXISTS events_day_name_machine ON events(day, name, machine);
 CREATE TABLE IF NOT EXISTS rejected (
   event_id    TEXT NOT NULL PRIMARY KEY,
   subject     TEXT NOT NULL,
