@@ -69,7 +69,8 @@ void Collector::prune() {
   if (now - lastPruneMicroseconds_ < kPruneIntervalMicroseconds) return;
   lastPruneMicroseconds_ = now;
   int64_t deleted = 0;
-  if (auto error = store_->deleteSentBefore(now - options_.keepDays * kMicrosecondsPerDay, &deleted)) {
+  // Whole UTC days: today and the keepDays days before it stay.
+  if (auto error = store_->deleteDaysBefore(UtcDay(now - options_.keepDays * kMicrosecondsPerDay), &deleted)) {
     fleet::FleetLog("cannot delete old events: " + error->description());
   } else if (deleted > 0) {
     fleet::FleetLog("deleted " + std::to_string(deleted) + " events older than " +

@@ -93,10 +93,10 @@ std::optional<Error> EventStore::insertBatch(const std::vector<FleetEvent>& even
   return std::nullopt;
 }
 
-std::optional<Error> EventStore::deleteSentBefore(int64_t cutoffMicroseconds, int64_t* deleted) {
+std::optional<Error> EventStore::deleteDaysBefore(const std::string& day, int64_t* deleted) {
   std::unique_ptr<SqliteStatement> stmt;
-  if (auto error = db_->prepare("DELETE FROM events WHERE sent_us < ?1", &stmt)) return error;
-  stmt->bindInt64(1, cutoffMicroseconds);
+  if (auto error = db_->prepare("DELETE FROM events WHERE day < ?1", &stmt)) return error;
+  stmt->bindText(1, day);
   if (auto error = stmt->run()) return error;
   if (deleted) *deleted = sqlite3_changes(db_->handle());
   return std::nullopt;

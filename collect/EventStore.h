@@ -8,7 +8,8 @@
 //          payload TEXT)               -- the payload object as JSON (json_extract works on it)
 //   rejected(event_id TEXT PRIMARY KEY, subject TEXT, data BLOB, reason TEXT, received_us INTEGER)
 //     messages that were not event lines, kept rather than dropped
-// Indexes: (day, name), (name, day), (day, machine), (sent_us).
+// One index besides the key, (day, name, machine): the report and the
+// pruning read by day, and every further index costs each insert.
 //
 // The file is in WAL mode, so a report can read while a collector writes,
 // with a busy timeout so that collectors on one host that share the file
@@ -50,8 +51,8 @@ class EventStore final {
                                                  const std::vector<RejectedMessage>& rejected,
                                                  int64_t receivedMicroseconds, int64_t* inserted);
 
-  // Deletes the events sent before `cutoffMicroseconds`.
-  [[nodiscard]] std::optional<Error> deleteSentBefore(int64_t cutoffMicroseconds, int64_t* deleted);
+  // Deletes the events of the UTC days before `day` (YYYY-MM-DD).
+  [[nodiscard]] std::optional<Error> deleteDaysBefore(const std::string& day, int64_t* deleted);
 
   SqliteDatabase& database() { return *db_; }
 

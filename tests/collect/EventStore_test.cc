@@ -97,11 +97,17 @@ TEST(EventStoreTest, IgnoresDuplicatesKeepsRejectedAndPrunesBySendTime) {
   EXPECT_EQ(QueryText(*store, "SELECT json_extract(payload, '$.Name') FROM events WHERE event_id = 'c'"), "c");
   EXPECT_EQ(QueryText(*store, "SELECT reason || '@' || received_us FROM rejected"), "not JSON@7");
 
+  // Pruning goes by whole UTC days: the last µs of the day before goes,
+  // the first of the day stays.
+  constexpr int64_t kMay1 = 1714521600000000;
+  ASSERT_FALSE(store->insertBatch({Event("d", kMay1 - 1), Event("e", kMay1)}, {}, 0, nullptr));
   int64_t deleted = -1;
-  ASSERT_FALSE(store->deleteSentBefore(200, &deleted));  // strictly before: "b" at 200 stays
+  ASSERT_FALSE(store->deleteDaysBefore("2024-04-30", &deleted));
+  EXPECT_EQ(deleted, 3);  // a, b and c, sent in 1970
+  ASSERT_FALSE(store->deleteDaysBefore("2024-05-01", &deleted));
   EXPECT_EQ(deleted, 1);
   EXPECT_EQ(QueryText(*store, "SELECT group_concat(event_id, ',') FROM (SELECT event_id FROM events ORDER BY 1)"),
-            "b,c");
+            "e");
 
   std::unique_ptr<EventStore> missing;
   std::optional<Error> error = EventStore::Open(dir.file("none.db"), true, &missing);
