@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <mutex>
+#include <utility>
 
 #include "lumvane/platform/NoDestructor.h"
 
@@ -11,6 +12,7 @@ namespace {
 
 struct LogState {
   std::mutex mu;
+  bool enabled = true;
   std::string program = "lumvane";
 };
 
@@ -28,9 +30,19 @@ void SetFleetProgramName(const std::string& name) {
 
 void FleetLog(const std::string& message) {
   std::lock_guard<std::mutex> lock(State().mu);
+  if (!State().enabled) return;
   const std::string line = State().program + ": " + message + "\n";
   // One write(2) per line; a short write to a pipe is not worth a retry.
   (void)!::write(STDERR_FILENO, line.data(), line.size());
+}
+
+}  // namespace lumvane::fleet
+
+namespace lumvane::fleet {
+
+bool SetFleetLogEnabled(bool enabled) {
+  std::lock_guard<std::mutex> lock(State().mu);
+  return std::exchange(State().enabled, enabled);
 }
 
 }  // namespace lumvane::fleet

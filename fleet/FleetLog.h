@@ -9,5 +9,8 @@ namespace lumvane::fleet {
 
 void SetFleetProgramName(const std::string& name);
 void FleetLog(const std::string& message);
+// Turns the log off (tests that open many connections) or back on; returns
+// the previous setting.
+bool SetFleetLogEnabled(bool enabled);
 
 }  // namespace lumvane::fleet

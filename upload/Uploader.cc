@@ -47,7 +47,10 @@ Uploader::Uploader(UploadSettings settings, std::string machineKey)
   jsOptions_Init(&jsOptions_);
   jsOptions_.PublishAsync.AckHandler = &Uploader::OnAck;
   jsOptions_.PublishAsync.AckHandlerClosure = this;
-  jsOptions_.PublishAsync.MaxPending = settings_.window;
+  // Our window is the bound. The library counts a message as pending until
+  // its acknowledgement handler has returned, a moment after we have seen
+  // the acknowledgement; with the same limit it would stall publishes.
+  jsOptions_.PublishAsync.MaxPending = settings_.window * 2;
 }
 
 Uploader::~Uploader() { connection_.reset(); }
@@ -100,18 +103,20 @@ std::optional<Error> Uploader::run(const std::atomic<bool>& stop) {
     keepConnected();
     enforceCap();
     const bool connected = connection_ && connection_->state() == fleet::ConnectionState::Connected;
+    advanceCursor();  // frees the window
+    bool windowFull = false;
     if (connected) {
       resendFailed();
-      publishNew();
+      publishNew(&windowFull);
     }
     advanceCursor();
     failure = rotateOrFinish(now);
     saveCursor(false);
-    // Sleep until a quarter of a full window has completed, or a poll
-    // interval has passed: new lines are looked for on every round.
+    // With the window full, sleep until a quarter of it has completed;
+    // otherwise the spool is read to its end: look again after a poll
+    // interval.
     std::unique_lock<std::mutex> lock(mu_);
-    const bool full = connected && inFlight_.size() >= static_cast<std::size_t>(settings_.window);
-    const uint64_t target = completions_ + (full ? std::max<int64_t>(1, settings_.window / 4) : UINT64_MAX / 2);
+    const uint64_t target = windowFull ? completionsMark_ + std::max<int64_t>(1, settings_.window / 4) : UINT64_MAX;
     wake_.wait_for(lock, std::chrono::milliseconds(settings_.pollIntervalMs),
                    [&] { return completions_ >= target || stop.load(); });
   }
@@ -203,9 +208,18 @@ void Uploader::enforceCap() {
            std::to_string(cursor_.droppedEvents) + " dropped in all");
 }
 
-std::size_t Uploader::publishNew() {
+std::size_t Uploader::publishNew(bool* windowFull) {
   std::size_t sent = 0;
-  while (inFlight() < static_cast<std::size_t>(settings_.window)) {
+  *windowFull = false;
+  for (;;) {
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      if (inFlight_.size() >= static_cast<std::size_t>(settings_.window)) {
+        *windowFull = true;
+        completionsMark_ = completions_;
+        break;
+      }
+    }
     std::optional<SpoolFollower::Line> line = follower_.next();
     if (!line) break;
     publish(line->offset, line->data, line->length, line->capacity);

@@ -64,8 +64,9 @@ class Uploader final {
   void keepConnected();
   void dropConnection();
   void enforceCap();
-  // Publishes new lines while the window has room; returns how many.
-  std::size_t publishNew();
+  // Publishes new lines while the window has room; returns how many, and
+  // whether it stopped at a full window (rather than the spool's end).
+  std::size_t publishNew(bool* windowFull);
   void resendFailed();
   // Publishes one line; false when the line is malformed or too big (then
   // it is counted and needs no acknowledgement).
@@ -100,6 +101,7 @@ class Uploader final {
   uint64_t inFlightGeneration_ = 0;     // acks of other generations are stale
   bool failures_ = false;               // some entry is Failed
   uint64_t completions_ = 0;            // acks and failures so far
+  uint64_t completionsMark_ = 0;        // completions_ when the window filled
   std::chrono::steady_clock::time_point lastResend_{};
   simdjson::ondemand::parser parser_;  // main thread only
 };

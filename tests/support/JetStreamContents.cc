@@ -3,20 +3,25 @@
 #include <memory>
 
 #include "fleet/FleetConnection.h"
+#include "fleet/FleetLog.h"
 
 namespace lumvane::testing {
 
 std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings,
-                                       std::vector<StoredMessage>* out) {
+                                       std::vector<StoredMessage>* out, uint64_t minimum) {
   auto backoff = std::make_shared<fleet::Backoff>(fleet::BackoffPolicy{});
   std::unique_ptr<fleet::FleetConnection> connection;
-  if (auto error = fleet::FleetConnection::Open(settings, backoff, nullptr, &connection)) return error;
+  // Tests poll with this: keep their output free of connection notes.
+  const bool logging = fleet::SetFleetLogEnabled(false);
+  std::optional<Error> error = fleet::FleetConnection::Open(settings, backoff, nullptr, &connection);
+  fleet::SetFleetLogEnabled(logging);
+  if (error) return error;
   jsStreamInfo* rawInfo = nullptr;
   natsStatus s = js_GetStreamInfo(&rawInfo, connection->jetStream(), fleet::kStreamName, nullptr, nullptr);
   fleet::JsStreamInfoPtr info(rawInfo);
   if (s != NATS_OK) return Error("cannot read stream info: " + fleet::NatsErrorText(s));
   out->clear();
-  if (info->State.Msgs == 0) return std::nullopt;
+  if (info->State.Msgs == 0 || info->State.Msgs < minimum) return std::nullopt;
   for (uint64_t seq = info->State.FirstSeq; seq <= info->State.LastSeq; ++seq) {
     natsMsg* raw = nullptr;
     jsErrCode code = static_cast<jsErrCode>(0);

@@ -19,7 +19,10 @@ struct StoredMessage {
   std::string msgId;  // the Nats-Msg-Id header, "" when absent
 };
 
+// With `minimum`, messages are read only once the stream holds that many;
+// before, `out` is left empty (a cheap way to wait).
 [[nodiscard]] std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings,
-                                                     std::vector<StoredMessage>* out);
+                                                     std::vector<StoredMessage>* out,
+                                                     uint64_t minimum = 0);
 
 }  // namespace lumvane::testing
