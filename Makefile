@@ -4,7 +4,7 @@ PRESET ?= default
 BUILD_DIR := $(if $(filter asan,$(PRESET)),build-asan,build)
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build test run asan bench clean
+.PHONY: all deps configure build test run asan bench clean fleet-demo
 
 all: build
 
@@ -25,6 +25,11 @@ asan:
 
 run: build
 	@scripts/run-demo $(BUILD_DIR)
+
+# The fleet path on one machine: nats-server, lumvane run, upload, collect,
+# report (scripts/fleet-demo).
+fleet-demo: build
+	@scripts/fleet-demo $(BUILD_DIR)
 
 clean:
 	rm -rf build build-asan

@@ -47,10 +47,13 @@ std::string FormatFleetReportText(const std::vector<DayReport>& days) {
       out += line + name + "\n";
     }
     if (!d.signposts.empty()) {
-      out += "  signpost durations (s):    count       p50       p90       p99  subsystem/category/name\n";
+      out += "  signpost durations in seconds, from \"com.orvel.performance.signpost\":\n";
+      std::snprintf(line, sizeof line, "    %8s %10s %10s %10s  %s\n", "count", "p50", "p90", "p99",
+                    "subsystem/category/name");
+      out += line;
     }
     for (const SignpostDurations& s : d.signposts) {
-      std::snprintf(line, sizeof line, "    %24lld %9s %9s %9s  ", static_cast<long long>(s.count),
+      std::snprintf(line, sizeof line, "    %8lld %10s %10s %10s  ", static_cast<long long>(s.count),
                     OptionalNumber(s.p50, "-").c_str(), OptionalNumber(s.p90, "-").c_str(),
                     OptionalNumber(s.p99, "-").c_str());
       out += line + s.subsystem.value_or("") + "/" + s.category.value_or("") + "/" + s.name + "\n";
