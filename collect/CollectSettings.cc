@@ -1,6 +1,7 @@
 #include "collect/CollectSettings.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 
@@ -45,9 +46,10 @@ std::optional<Error> ReadKeyFile(const std::string& path, CollectSettings* s) {
   if (auto error = file->getString(kGroup, "Database", &s->database)) return error;
   if (auto error = file->getString(kGroup, "Consumer", &s->collector.consumer)) return error;
   for (const NumberKey& n : kNumbers) {
-    int64_t v = n.minimum - 1;
+    constexpr int64_t kAbsent = INT64_MIN;  // getInt64 leaves it when the key is absent
+    int64_t v = kAbsent;
     if (auto error = file->getInt64(kGroup, n.key, &v)) return error;
-    if (v == n.minimum - 1) continue;  // absent
+    if (v == kAbsent) continue;
     if (v < n.minimum || v > n.maximum) {
       return Error(path + ": [Collect] " + n.key + " must be " + Range(n));
     }
@@ -96,10 +98,10 @@ std::optional<Error> ParseCollectSettings(const std::vector<std::string>& args, 
     const std::string value = needsValue ? args[++i] : "";
     if (flag == "--db") {
       s->database = value;
-    } else if (flag == "--since") {
+    } else if (ours && flag == "--since") {
       if (!IsIsoDay(value)) return Error("--since needs a date YYYY-MM-DD, not '" + value + "'");
       s->since = value;
-    } else if (flag == "--consumer") {
+    } else if (ours && flag == "--consumer") {
       if (value.empty() || value.find_first_of(" \t.*>") != std::string::npos) {
         return Error("--consumer needs a name without spaces, '.', '*' or '>', not '" + value + "'");
       }
@@ -112,7 +114,7 @@ std::optional<Error> ParseCollectSettings(const std::vector<std::string>& args, 
         return Error(flag + " needs " + Range(*number) + ", not '" + value + "'");
       }
       Store(&s->collector, number->key, v);
-    } else if (flag == "--config") {
+    } else if (ours && flag == "--config") {
       // read above
     } else if (s->report) {
       return Error("unknown option " + flag + " for report (see --help)");
