@@ -25,7 +25,7 @@ namespace {
 
 constexpr int64_t kMicrosecondsPerDay = 86400LL * 1000000;
 constexpr int64_t kPruneIntervalMicroseconds = 3600LL * 1000000;
-constexpr std::size_t kMaxQueuedBatches = 3;
+constexpr std::size_t kMaxQueuedBatches = 8;
 
 int64_t NowMicroseconds() {
   return std::chrono::duration_cast<std::chrono::microseconds>(
