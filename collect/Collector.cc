@@ -195,6 +195,7 @@ Collector::Outcome Collector::collect(CollectSession& session, const std::atomic
         writing = true;
       }
       changed.notify_all();
+      prune();  // the store is this thread's while it runs
       if (!abandoned.load()) {
         if (write(batches, decoder, events, rejected)) {
           failures = 0;
@@ -230,7 +231,6 @@ Collector::Outcome Collector::collect(CollectSession& session, const std::atomic
       outcome = Outcome::Abandoned;
       break;
     }
-    prune();
     if (session.connection->state() == fleet::ConnectionState::Closed) {
       outcome = Outcome::Reconnect;
       break;

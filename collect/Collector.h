@@ -80,6 +80,8 @@ class Collector final {
   // they could not be stored.
   bool write(const std::vector<std::unique_ptr<fleet::NatsMsgListHolder>>& batches, FleetEventDecoder& decoder, std::vector<FleetEvent>& events,
              std::vector<RejectedMessage>& rejected);
+  // Deletes the days past keepDays, at most hourly. Called only where the
+  // store is not in use by another thread.
   void prune();
   void logOnce(const std::string& message);
 
