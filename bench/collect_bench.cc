@@ -163,7 +163,7 @@ double BarePullAndAck(const fleet::ConnectionSettings& settings, const std::stri
   jsConsumerConfig_Init(&config);
   config.Durable = consumer.c_str();
   config.AckPolicy = js_AckExplicit;
-  config.MaxAckPending = std::max(batch * 17, 1000);  // as the collector's consumer
+  config.MaxAckPending = std::max(batch * 4, 1000);  // as the collector's consumer
   jsConsumerInfo* info = nullptr;
   if (js_AddConsumer(&info, js, fleet::kStreamName, &config, nullptr, nullptr) != NATS_OK) Fail("add consumer");
   jsConsumerInfo_Destroy(info);

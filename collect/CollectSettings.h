@@ -3,7 +3,7 @@
 //   fleet/ConnectionSettings.h), flags override, and its own
 //   Database=PATH       --db PATH          the SQLite file (required)
 //   Consumer=NAME       --consumer NAME    durable consumer name (lumvane-collect)
-//   Batch=1024          --batch N          messages per fetch (a transaction takes all that wait)
+//   Batch=1024          --batch N          messages per fetch and transaction
 //   FetchWaitMs=1000    --fetch-wait-ms N  longest wait for a batch
 //   AckWaitMs=30000     --ack-wait-ms N    redelivery after this without ack (new consumers)
 //   KeepDays=90         --keep-days N      events sent longer ago are deleted

@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <mutex>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -25,7 +22,6 @@ namespace {
 
 constexpr int64_t kMicrosecondsPerDay = 86400LL * 1000000;
 constexpr int64_t kPruneIntervalMicroseconds = 3600LL * 1000000;
-constexpr std::size_t kMaxQueuedBatches = 8;
 
 int64_t NowMicroseconds() {
   return std::chrono::duration_cast<std::chrono::microseconds>(
@@ -58,7 +54,6 @@ Collector::Collector(fleet::ConnectionSettings settings, CollectorOptions option
     : settings_(std::move(settings)), options_(std::move(options)), store_(store) {}
 
 void Collector::logOnce(const std::string& message) {
-  std::lock_guard<std::mutex> lock(logMu_);
   if (message == lastLogged_) return;
   lastLogged_ = message;
   fleet::FleetLog(message);
@@ -96,7 +91,7 @@ std::optional<Error> Collector::bind(CollectSession& session, bool* retry) {
     config.DeliverPolicy = js_DeliverAll;
     config.AckWait = options_.ackWaitMs * 1000000;  // ns
     config.FilterSubject = fleet::kStreamSubjects;
-    config.MaxAckPending = std::max<int64_t>(options_.batch * (2 * kMaxQueuedBatches + 1), 1000);
+    config.MaxAckPending = std::max<int64_t>(options_.batch * 4, 1000);
     s = js_AddConsumer(&rawInfo, js, fleet::kStreamName, &config, nullptr, &code);
     info.reset(rawInfo);
     if (s == NATS_OK) fleet::FleetLog("created consumer " + options_.consumer + " on " + server);
@@ -159,101 +154,34 @@ std::optional<Error> Collector::run(const std::atomic<bool>& stop) {
   return std::nullopt;
 }
 
-// Two stages: this thread fetches, a writer thread decodes, commits and
-// then acknowledges, so that fetching (network) overlaps with committing
-// (CPU and a sync to disk). At most kMaxQueuedBatches fetched batches wait
-// for the writer; with those being written and the one being fetched, no
-// more than twice that are in flight, within the consumer's MaxAckPending.
+// One batch at a time: fetch, decode, commit, then acknowledge. The
+// client library's pull subscription and its messages stay on this one
+// thread.
 Collector::Outcome Collector::collect(CollectSession& session, const std::atomic<bool>& stop) {
-  using Batch = std::unique_ptr<fleet::NatsMsgListHolder>;
-  std::mutex mu;
-  std::condition_variable changed;
-  std::deque<Batch> queue;
-  bool fetching = true;   // false: no more batches will come
-  bool writing = false;   // the writer holds a batch
-  std::atomic<bool> abandoned{false};
-
-  std::thread writer([&] {
-    FleetEventDecoder decoder;
-    std::vector<FleetEvent> events;
-    std::vector<RejectedMessage> rejected;
-    auto backoff = std::make_shared<fleet::Backoff>(settings_.backoff);
-    int failures = 0;
-    std::vector<Batch> batches;
-    for (;;) {
-      {
-        std::unique_lock<std::mutex> lock(mu);
-        changed.wait(lock, [&] { return !queue.empty() || !fetching; });
-        if (queue.empty()) return;
-        // Everything that waits goes into one transaction: when the disk is
-        // slower than the network, transactions grow and syncs get rarer.
-        batches.clear();
-        while (!queue.empty()) {
-          batches.push_back(std::move(queue.front()));
-          queue.pop_front();
-        }
-        writing = true;
-      }
-      changed.notify_all();
-      prune();  // the store is this thread's while it runs
-      if (!abandoned.load()) {
-        if (write(batches, decoder, events, rejected)) {
-          failures = 0;
-          if (options_.afterCommit && !options_.afterCommit()) abandoned.store(true);
-        } else {
-          for (Batch& batch : batches) {
-            for (int i = 0; i < (*batch)->Count; ++i) (void)natsMsg_NakWithDelay((*batch)->Msgs[i], 1000, nullptr);
-          }
-          SleepUnlessStopped(backoff->delay(++failures), stop);
-        }
-      }
-      // What was abandoned is never acknowledged, as if the process had died.
-      if (!abandoned.load()) {
-        for (Batch& batch : batches) {
-          // A lost acknowledgement only means a redelivery, which the store ignores.
-          for (int i = 0; i < (*batch)->Count; ++i) (void)natsMsg_Ack((*batch)->Msgs[i], nullptr);
-        }
-      }
-      batches.clear();
-      {
-        std::lock_guard<std::mutex> lock(mu);
-        writing = false;
-      }
-      changed.notify_all();
-    }
-  });
-
+  FleetEventDecoder decoder;
+  std::vector<FleetEvent> events;
+  std::vector<RejectedMessage> rejected;
   auto backoff = std::make_shared<fleet::Backoff>(settings_.backoff);
   int failures = 0;
-  Outcome outcome = Outcome::Stopped;
   while (!stop.load()) {
-    if (abandoned.load()) {
-      outcome = Outcome::Abandoned;
-      break;
-    }
-    if (session.connection->state() == fleet::ConnectionState::Closed) {
-      outcome = Outcome::Reconnect;
-      break;
-    }
-    Batch batch = std::make_unique<fleet::NatsMsgListHolder>();
+    prune();
+    // A pull subscription is not carried across the client library's own
+    // reconnect (that path corrupts its heap now and then): once the
+    // connection is lost, the session is dropped and opened afresh. What
+    // was fetched and not acknowledged comes again after the ack wait.
+    if (session.connection->state() != fleet::ConnectionState::Connected) return Outcome::Reconnect;
+    fleet::NatsMsgListHolder list;
     jsErrCode code = static_cast<jsErrCode>(0);
-    natsStatus s = natsSubscription_Fetch(batch->get(), session.subscription.get(), options_.batch,
+    natsStatus s = natsSubscription_Fetch(list.get(), session.subscription.get(), options_.batch,
                                           options_.fetchWaitMs, &code);
-    if (s == NATS_TIMEOUT || (s == NATS_OK && (*batch)->Count == 0)) {
+    if (s == NATS_TIMEOUT || (s == NATS_OK && list->Count == 0)) {
       failures = 0;
       if (options_.drain) {
-        {
-          std::unique_lock<std::mutex> lock(mu);
-          changed.wait(lock, [&] { return queue.empty() && !writing; });
-        }
         jsConsumerInfo* raw = nullptr;
         if (js_GetConsumerInfo(&raw, session.connection->jetStream(), fleet::kStreamName,
                                options_.consumer.c_str(), nullptr, &code) == NATS_OK) {
           fleet::JsConsumerInfoPtr info(raw);
-          if (info->NumPending == 0 && info->NumAckPending == 0) {
-            outcome = Outcome::Drained;
-            break;
-          }
+          if (info->NumPending == 0 && info->NumAckPending == 0) return Outcome::Drained;
         }
       }
       continue;
@@ -264,30 +192,26 @@ Collector::Outcome Collector::collect(CollectSession& session, const std::atomic
       continue;
     }
     failures = 0;
-    {
-      std::unique_lock<std::mutex> lock(mu);
-      changed.wait(lock, [&] { return queue.size() < kMaxQueuedBatches || abandoned.load(); });
-      queue.push_back(std::move(batch));
+    if (!write(*list.get(), decoder, events, rejected)) {
+      // Not acknowledged: the server delivers the batch again.
+      for (int i = 0; i < list->Count; ++i) (void)natsMsg_NakWithDelay(list->Msgs[i], 1000, nullptr);
+      SleepUnlessStopped(backoff->delay(++failures), stop);
+      continue;
     }
-    changed.notify_all();
+    if (options_.afterCommit && !options_.afterCommit()) return Outcome::Abandoned;
+    for (int i = 0; i < list->Count; ++i) {
+      // A lost acknowledgement only means a redelivery, which the store ignores.
+      (void)natsMsg_Ack(list->Msgs[i], nullptr);
+    }
   }
-  {
-    std::lock_guard<std::mutex> lock(mu);
-    fetching = false;
-  }
-  changed.notify_all();
-  writer.join();  // the batches already fetched are written (or, abandoned, left) first
-  if (abandoned.load()) outcome = Outcome::Abandoned;
-  return outcome;
+  return Outcome::Stopped;
 }
 
-bool Collector::write(const std::vector<std::unique_ptr<fleet::NatsMsgListHolder>>& batches,
-                      FleetEventDecoder& decoder, std::vector<FleetEvent>& events,
+bool Collector::write(natsMsgList& list, FleetEventDecoder& decoder, std::vector<FleetEvent>& events,
                       std::vector<RejectedMessage>& rejected) {
   events.clear();
   rejected.clear();
-  for (const auto& batch : batches) {
-    natsMsgList& list = *batch->get();
+  {
     counts_.received += list.Count;
     for (int i = 0; i < list.Count; ++i) {
       natsMsg* msg = list.Msgs[i];

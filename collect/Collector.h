@@ -17,16 +17,14 @@
 // host, WAL with a busy timeout); collectors with separate databases need
 // separate consumer names, or each database would hold only a part.
 //
-// Thread-safety: run() on one thread (it runs a writing thread of its own
-// while it fetches); `stop` may be set from any thread; counts() after
-// run() has returned.
+// Thread-safety: run() on one thread; `stop` may be set from any thread;
+// counts() on run()'s thread or after it has returned.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -43,12 +41,12 @@ class FleetEventDecoder;
 
 struct CollectorOptions {
   std::string consumer = "lumvane-collect";
-  int batch = 1024;             // messages per fetch (and at least per transaction)
+  int batch = 1024;             // messages per fetch and per transaction
   int64_t fetchWaitMs = 1000;   // longest wait for a batch to fill
   int64_t ackWaitMs = 30000;    // the server delivers an unacknowledged message again after this
   int64_t keepDays = 90;        // events sent longer ago are deleted
   bool drain = false;           // return once the consumer has nothing left to deliver
-  // For tests: called (on the writing thread) after each batch has committed and before it is
+  // For tests: called after each batch has committed and before it is
   // acknowledged. Returning false leaves the batch unacknowledged and ends
   // run() at once, as a collector killed at that moment would.
   std::function<bool()> afterCommit;
@@ -76,12 +74,11 @@ class Collector final {
   enum class Outcome { Stopped, Drained, Reconnect, Abandoned };
   [[nodiscard]] std::optional<Error> bind(CollectSession& session, bool* retry);
   Outcome collect(CollectSession& session, const std::atomic<bool>& stop);
-  // Decodes and commits fetched batches in one transaction; false when
-  // they could not be stored.
-  bool write(const std::vector<std::unique_ptr<fleet::NatsMsgListHolder>>& batches, FleetEventDecoder& decoder, std::vector<FleetEvent>& events,
+  // Decodes and commits one fetched batch in one transaction; false when
+  // it could not be stored.
+  bool write(natsMsgList& list, FleetEventDecoder& decoder, std::vector<FleetEvent>& events,
              std::vector<RejectedMessage>& rejected);
-  // Deletes the days past keepDays, at most hourly. Called only where the
-  // store is not in use by another thread.
+  // Deletes the days past keepDays, at most hourly.
   void prune();
   void logOnce(const std::string& message);
 
@@ -89,7 +86,6 @@ class Collector final {
   const CollectorOptions options_;
   EventStore* const store_;
   CollectorCounts counts_;
-  std::mutex logMu_;  // the fetching and the writing thread both log
   std::string lastLogged_;
   int64_t lastPruneMicroseconds_ = 0;
 };

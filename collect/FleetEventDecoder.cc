@@ -32,6 +32,7 @@ std::optional<std::string> FleetEventDecoder::decode(std::string_view subject, s
   // The line must be padded for the parser; reuse one buffer for all lines.
   if (buffer_.size() < data.size()) buffer_ = simdjson::padded_string(data.size() * 2);
   std::memcpy(buffer_.data(), data.data(), data.size());
+  std::memset(buffer_.data() + data.size(), 0, simdjson::SIMDJSON_PADDING);  // the parser reads into it
   simdjson::ondemand::document doc;
   if (parser_.iterate(buffer_.data(), data.size(), buffer_.size() + simdjson::SIMDJSON_PADDING).get(doc)) {
     return "not a JSON object";

@@ -79,7 +79,7 @@ TEST(FleetEventDecoderTest, DayIsTheUtcDayOfTheSendTime) {
   for (auto [us, day] : cases) EXPECT_EQ(UtcDay(us), day) << us;
 }
 
-TEST(EventStoreTest, IgnoresDuplicatesKeepsRejectedAndPrunesBySendTime) {
+TEST(EventStoreTest, IgnoresDuplicatesKeepsRejectedAndPrunesByDay) {
   TempDir dir;
   std::unique_ptr<EventStore> store;
   ASSERT_FALSE(EventStore::Open(dir.file("fleet.db"), false, &store));
