@@ -15,6 +15,7 @@
 #include "lumvane/filter/LumvaneObjectFilter.h"
 #include "lumvane/platform/InternalDiagnostics.h"
 #include "lumvane/signpost/SignpostAnimationInterval.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
 
 namespace lumvane {
 namespace {
@@ -39,7 +40,7 @@ std::vector<std::shared_ptr<const SignpostObject>> MakeMix(const std::string& li
     p.telemetryEnabled = roll >= 70;
     if (roll >= 80) {
       p.string1Name = "Source";
-      p.string1Value = roll >= 90 ? std::string("/private/var/mobile/x") : listed;
+      p.string1Value = roll >= 90 ? std::string("/home/user/Documents/x") : listed;
     }
     switch (rng() % 3) {
       case 0:
@@ -81,7 +82,7 @@ void BM_ShouldReport_Cirros(benchmark::State& state) {
   RunFilter(state, LVPlatformCirros, "Root");
 }
 void BM_ShouldReport_Belvos(benchmark::State& state) {
-  RunFilter(state, LVPlatformBelvos, "com.orvel.OrvKit.activity.SaveToFiles");
+  RunFilter(state, LVPlatformBelvos, "com.orvel.Sharing.activity.SaveToFolder");
 }
 
 void BM_Baseline_AggregationKey(benchmark::State& state) {
@@ -97,7 +98,7 @@ void BM_Baseline_AggregationKey(benchmark::State& state) {
 
 void BM_Baseline_SetLookup(benchmark::State& state) {
   static Environment environment;
-  const std::string value = "com.orvel.OrvKit.activity.SaveToFiles";
+  const std::string value = "com.orvel.Sharing.activity.SaveToFolder";
   LVStringWhitelistForPlatform(LVPlatformBelvos);
   for (auto _ : state) {
     benchmark::DoNotOptimize(LVPlatformWhitelistContains(value, LVPlatformBelvos));

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "lumvane/platform/RecordingActivityScheduler.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/RecordingActivityScheduler.h"
 
 namespace lumvane {
 namespace {

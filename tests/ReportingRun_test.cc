@@ -3,20 +3,29 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <condition_variable>
+#include <filesystem>
+#include <thread>
 
 #include "lumvane/platform/DovetelEventSink.h"
 #include "lumvane/platform/InternalDiagnostics.h"
-#include "lumvane/platform/ManualTimerFactory.h"
-#include "lumvane/platform/RecordingActivityScheduler.h"
-#include "lumvane/signpost/ScriptedExtractor.h"
 #include "lumvane/signpost/SignpostAnimationInterval.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeContinuousClock.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
+#include "tests/support/platform/ManualTimerFactory.h"
+#include "tests/support/platform/RecordingActivityScheduler.h"
+#include "tests/support/platform/RecordingDovetelSink.h"
+#include "tests/support/platform/RecordingSleeper.h"
+#include "tests/support/signpost/ScriptedExtractor.h"
 
 namespace lumvane {
 namespace {
 
 using ObjectPtr = std::shared_ptr<const SignpostObject>;
 constexpr const char* kGeneralEvent = "com.orvel.performance.signpost";
+constexpr const char* kThrottleCreated =
+    "125000.000000 us, 125000000.000000 clock ticks per quantum of 10 reported events";
 
 enum Kind { Event, Interval, Animation };
 
@@ -41,16 +50,41 @@ std::string StringAt(const Dictionary& d, const char* key) {
 }
 
 // Hands timers to a ManualTimerFactory but keeps its own copy of every
-// handler, as a timer whose last firing is still pending would.
+// handler and queue, as a timer whose last firing is still pending would.
 class KeepingTimerFactory final : public TimerFactory {
  public:
+  struct Kept {
+    std::shared_ptr<WorkQueue> queue;
+    std::function<void()> handler;
+  };
   std::unique_ptr<RepeatingTimer> makeRepeatingTimer(std::shared_ptr<WorkQueue> queue,
                                                      std::function<void()> handler) override {
-    kept.push_back(handler);
+    kept.push_back({queue, handler});
     return manual.makeRepeatingTimer(std::move(queue), std::move(handler));
   }
   ManualTimerFactory manual;
-  std::vector<std::function<void()>> kept;
+  std::vector<Kept> kept;
+};
+
+// A scheduler whose shouldDefer() answers true only once its gate opens, so
+// that a test can hold a deferral poll in the middle of its work.
+class GatedScheduler final : public ActivityScheduler {
+ public:
+  void registerActivity(const std::string&, ActivityCriteria, Handler) override {}
+  ActivityState activityState(const Activity&) override { return kActivityStateRun; }
+  bool setActivityState(const Activity&, ActivityState) override { return false; }
+  std::unique_ptr<Transaction> beginTransaction(const std::string&) override { return nullptr; }
+  void exitWhenClean() override {}
+  bool shouldDefer(const Activity&) override {
+    std::unique_lock<std::mutex> lock(mu);
+    entered = true;
+    cv.notify_all();
+    cv.wait(lock, [this] { return open; });
+    return true;
+  }
+  std::mutex mu;
+  std::condition_variable cv;
+  bool entered = false, open = false;
 };
 
 // What the report saw when it ran.
@@ -59,6 +93,7 @@ struct ReportView {
   size_t sendsDelivered = 0;
   bool wasInterrupted = false;
   Date periodStart{}, periodEnd{};
+  bool guardPresentAfter = false;  // the guard file, once the report had finished
 };
 
 class ReportingRunTest : public ::testing::Test {
@@ -67,7 +102,6 @@ class ReportingRunTest : public ::testing::Test {
     previousSink_ = ExchangeDovetelEventSink(sink_);
     previousCheck_ = ExchangeInternalDiagnosticsCheck(
         std::make_shared<FakeInternalDiagnosticsCheck>(false));
-    capture_.log().clear();  // the throttle's creation line
   }
   void TearDown() override {
     ExchangeDovetelEventSink(previousSink_);
@@ -76,7 +110,7 @@ class ReportingRunTest : public ::testing::Test {
 
   ReportingRunEnvironment Env() {
     return ReportingRunEnvironment{
-        scheduler_,
+        *schedulerInUse_,
         [this]() -> std::shared_ptr<VantrelObjectExtractor> {
           auto e = std::make_shared<ScriptedExtractor>(objects_);
           if (fail_) e->failWith(failure_);
@@ -94,9 +128,13 @@ class ReportingRunTest : public ::testing::Test {
         [this] { return bootFs_; },
         [this] { return nows_.at(nowCalls_++); },
         [this](const RunStatisticsInput& in) {
-          reports_.push_back({queue_->isCurrent(), sink_->events().size(), in.wasInterrupted->load(),
-                              in.periodStart, in.periodEnd});
+          ReportView view{queue_->isCurrent(), sink_->events().size(), in.wasInterrupted->load(),
+                          in.periodStart, in.periodEnd};
           if (realReport_) reporter_.reportRunStatistics(in);
+          view.guardPresentAfter = testing::PathExists(cookie_->path());
+          std::lock_guard<std::mutex> lock(reportMu_);
+          reports_.push_back(view);
+          reportCv_.notify_all();
         },
     };
   }
@@ -119,6 +157,7 @@ class ReportingRunTest : public ::testing::Test {
   std::shared_ptr<DovetelEventSink> previousSink_;
   std::shared_ptr<InternalDiagnosticsCheck> previousCheck_;
   RecordingActivityScheduler scheduler_;
+  ActivityScheduler* schedulerInUse_ = &scheduler_;
   std::shared_ptr<Activity> activity_ = std::make_shared<Activity>("test activity");
   KeepingTimerFactory timers_;
   FakeContinuousClock clock_;
@@ -142,6 +181,8 @@ class ReportingRunTest : public ::testing::Test {
   std::weak_ptr<ScriptedExtractor> extractor_;
   int extractorsMade_ = 0;
   std::vector<ReportView> reports_;
+  std::mutex reportMu_;
+  std::condition_variable reportCv_;
 };
 
 TEST_F(ReportingRunTest, EndsEarlyWhenNotTaskedOrAGuardFileIsPresentOrCannotBeMade) {
@@ -150,6 +191,7 @@ TEST_F(ReportingRunTest, EndsEarlyWhenNotTaskedOrAGuardFileIsPresentOrCannotBeMa
   testing::WriteFile(guard_.path(), "");
   EXPECT_EQ(Run(), ReportingRunOutcome::NotTasked);
   EXPECT_TRUE(testing::PathExists(guard_.path())) << "an untasked run touched the guard file";
+  // Not even the throttle's creation line: nothing was reported.
   EXPECT_TRUE(Messages().empty()) << ::testing::PrintToString(Messages());
 
   tasked_ = true;
@@ -157,23 +199,31 @@ TEST_F(ReportingRunTest, EndsEarlyWhenNotTaskedOrAGuardFileIsPresentOrCannotBeMa
   EXPECT_FALSE(testing::PathExists(guard_.path()));
   EXPECT_LT(IndexOf("Bailing due to cookie file"), IndexOf("Cleared cookie file"));
   EXPECT_EQ(IndexOf("Created cookie file"), Messages().size());
+  EXPECT_EQ(IndexOf(kThrottleCreated), Messages().size());
 
   CookieFile unreachable(dir_.file("missing/lumvane_running"));
   cookie_ = &unreachable;
   EXPECT_EQ(Run(), ReportingRunOutcome::GuardFileNotCreated);
+  EXPECT_EQ(capture_.log().count("Could not create cookie file"), 1u);
   EXPECT_EQ(extractorsMade_, 0);
   EXPECT_TRUE(reports_.empty());
   EXPECT_TRUE(timers_.manual.timers().empty());
+  // Nothing of the failure is remembered: once the path can be created, the
+  // next run tries again and proceeds.
+  ASSERT_TRUE(std::filesystem::create_directory(dir_.file("missing")));
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+  EXPECT_EQ(capture_.log().count("Created cookie file"), 1u);
+  EXPECT_FALSE(testing::PathExists(unreachable.path()));
 
   cookie_ = &guard_;
   bootFs_.reset();
   EXPECT_EQ(Run(), ReportingRunOutcome::Processed) << "the run after a bail proceeds";
   EXPECT_FALSE(testing::PathExists(guard_.path()));
   auto events = sink_->events();
-  ASSERT_EQ(events.size(), 2u);
-  for (const auto& event : events) {
-    EXPECT_FALSE(event.payload.contains("BootPartitionFS")) << "no filesystem type was found";
-    EXPECT_TRUE(event.payload.contains("BootDiskType"));
+  ASSERT_EQ(events.size(), 4u);
+  for (size_t i = 2; i < 4; ++i) {
+    EXPECT_EQ(events[i].payload.keys().back(), "BootDiskType");
+    EXPECT_FALSE(events[i].payload.contains("BootPartitionFS")) << "no filesystem type was found";
   }
 }
 
@@ -186,19 +236,36 @@ TEST_F(ReportingRunTest, SendsEachAcceptedObjectOfTheLastDayTwiceWithBootKeysThe
     asked.emplace(e->lastStartDate(), e->lastEndDate());
   };
   objects_ = {Make(Interval, "iv"), Make(Interval, "off", /*enabled=*/false),
-              Make(Animation, "anim"), Make(Event, "ev"), Make(Event, "neg", true, -1.0f)};
+              Make(Animation, "anim"), Make(Event, "ev"), Make(Event, "neg", true, -1.0f),
+              Make(Event, "ev2"), Make(Event, "ev3")};
+  const auto firstHook = hook_;
+  hook_ = [&](size_t i) {
+    if (i == 0) firstHook(i);
+    // A second passes between the run's start and its first object, then
+    // 5 ms between objects: the first quantum (five accepted objects) lasts
+    // 30 ms from the first reported event.
+    clock_.advance(i == 0 ? 1'000'000'000 : 5'000'000);
+  };
   EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+  EXPECT_EQ(sleeper_.sleeps(), std::vector<uint32_t>{95000});
   auto events = sink_->events();
   const std::vector<std::pair<std::string, std::string>> expected = {
-      {"iv", "Interval"}, {"anim", "AnimationInterval"}, {"ev", "Event"}};
+      {"iv", "Interval"}, {"anim", "AnimationInterval"}, {"ev", "Event"}, {"ev2", "Event"},
+      {"ev3", "Event"}};
   ASSERT_EQ(events.size(), 2 * expected.size());
   for (size_t i = 0; i < expected.size(); ++i) {
+    const auto& [name, type] = expected[i];
     const auto& general = events[2 * i];
     const auto& specific = events[2 * i + 1];
     EXPECT_EQ(general.name, kGeneralEvent);
-    EXPECT_EQ(specific.name, "sp__com.orvel.test__cat__" + expected[i].first);
+    EXPECT_EQ(specific.name, "sp__com.orvel.test__cat__" + name);
     EXPECT_EQ(general.payload, specific.payload);
-    EXPECT_EQ(StringAt(general.payload, "IntervalType"), expected[i].second);
+    EXPECT_EQ(StringAt(general.payload, "IntervalType"), type);
+    // The run's own keys follow the object's payload, in this order.
+    const auto keys = general.payload.keys();
+    ASSERT_GE(keys.size(), 2u);
+    EXPECT_EQ(std::vector<std::string>(keys.end() - 2, keys.end()),
+              (std::vector<std::string>{"BootPartitionFS", "BootDiskType"}));
     EXPECT_EQ(StringAt(general.payload, "BootPartitionFS"), "ext4");
     EXPECT_EQ(StringAt(general.payload, "BootDiskType"), "SSD");
   }
@@ -208,6 +275,7 @@ TEST_F(ReportingRunTest, SendsEachAcceptedObjectOfTheLastDayTwiceWithBootKeysThe
   EXPECT_EQ(asked, std::make_pair(dayBefore, nows_[1]));
   ASSERT_EQ(reports_.size(), 1u);
   EXPECT_TRUE(reports_[0].onReportQueue);
+  EXPECT_TRUE(reports_[0].guardPresentAfter) << "guard file removed before the report was done";
   EXPECT_EQ(reports_[0].sendsDelivered, events.size());
   EXPECT_EQ(reports_[0].periodStart, dayBefore);
   EXPECT_EQ(reports_[0].periodEnd, nows_[1]);
@@ -226,7 +294,8 @@ TEST_F(ReportingRunTest, FailedProcessingIsLoggedAndStillReportedAndCleared) {
   EXPECT_EQ(capture_.log().count(
                 "Failed to process signpost data due to error: cannot open the log store"),
             1u);
-  EXPECT_EQ(reports_.size(), 1u);
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_TRUE(reports_[0].guardPresentAfter) << "guard file removed before the report was done";
   EXPECT_FALSE(testing::PathExists(guard_.path()));
 
   failure_.reset();
@@ -265,6 +334,7 @@ TEST_F(ReportingRunTest, DeferralRequestedMidProcessingStopsTheExtractorAndMarks
   EXPECT_LT(IndexOf("Concluding processing due to deferral request"), Messages().size());
   ASSERT_EQ(reports_.size(), 1u);
   EXPECT_TRUE(reports_[0].wasInterrupted);
+  EXPECT_TRUE(reports_[0].guardPresentAfter) << "guard file removed before the report was done";
   // Only the object before the stop is sent; the report's events follow.
   auto events = sink_->events();
   ASSERT_GE(events.size(), 3u);
@@ -295,9 +365,39 @@ TEST_F(ReportingRunTest, PollWithoutDeferralContinuesAndHoldsTheExtractorOnlyWea
   ASSERT_EQ(timers_.kept.size(), 1u);
   EXPECT_TRUE(extractor_.expired()) << "the deferral poll kept the extractor alive";
   scheduler_.setShouldDefer(true);
-  timers_.kept[0]();
+  timers_.kept[0].handler();
   EXPECT_EQ(capture_.log().count("Concluding processing due to deferral request"), 1u);
   EXPECT_TRUE(extractor_.expired());
+}
+
+TEST_F(ReportingRunTest, APollUnderWayWhenProcessingEndsFinishesBeforeTheReport) {
+  GatedScheduler gated;
+  schedulerInUse_ = &gated;
+  objects_ = {Make(Event, "a"), Make(Event, "b")};
+  hook_ = [&](size_t i) {
+    if (i != 1) return;
+    // Start a poll on the timer's own queue and let processing end while
+    // it is still asking the scheduler.
+    timers_.kept.at(0).queue->async(timers_.kept.at(0).handler);
+    std::unique_lock<std::mutex> lock(gated.mu);
+    gated.cv.wait(lock, [&] { return gated.entered; });
+  };
+  // Opens the gate once the report has run, or after 200 ms when the run
+  // (rightly) holds the report back until the poll is over.
+  std::thread opener([&] {
+    {
+      std::unique_lock<std::mutex> lock(reportMu_);
+      reportCv_.wait_for(lock, std::chrono::milliseconds(200), [&] { return !reports_.empty(); });
+    }
+    std::lock_guard<std::mutex> lock(gated.mu);
+    gated.open = true;
+    gated.cv.notify_all();
+  });
+  EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
+  opener.join();
+  ASSERT_EQ(reports_.size(), 1u);
+  EXPECT_TRUE(reports_[0].wasInterrupted) << "the report ran before the poll had finished";
+  EXPECT_EQ(capture_.log().count("Concluding processing due to deferral request"), 1u);
 }
 
 }  // namespace

@@ -59,6 +59,7 @@ void Uploader::OnAck(jsCtx*, natsMsg* msg, jsPubAck* pa, jsPubAckErr* pae, void*
   auto* self = static_cast<Uploader*>(closure);
   const char* id = nullptr;
   uint64_t generation = 0, offset = 0;
+  bool wake = false;
   if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) == NATS_OK && id &&
       ParseMessageId(id, &generation, &offset)) {
     std::lock_guard<std::mutex> lock(self->mu_);
@@ -66,12 +67,21 @@ void Uploader::OnAck(jsCtx*, natsMsg* msg, jsPubAck* pa, jsPubAckErr* pae, void*
     if (generation == self->inFlightGeneration_ && it != self->inFlight_.end() &&
         it->second.state == State::Pending) {
       it->second.state = pa && !pae ? State::Done : State::Failed;
-      if (it->second.state == State::Failed) self->failures_ = true;
+      if (it->second.state == State::Failed) {
+        self->failures_ = true;
+        if (pae) {
+          self->ackError_ = fleet::NatsErrorText(pae->Err);
+          if (pae->ErrText && *pae->ErrText) self->ackError_ += std::string(": ") + pae->ErrText;
+        }
+      }
       ++self->completions_;
+      // Only the acknowledgement the main thread waits for wakes it: one
+      // wake-up per acknowledgement would cost a context switch each.
+      wake = self->completions_ == self->wakeAt_;
     }
   }
   natsMsg_Destroy(msg);
-  self->wake_.notify_one();
+  if (wake) self->wake_.notify_one();
 }
 
 std::optional<Error> Uploader::run(const std::atomic<bool>& stop) {
@@ -116,9 +126,10 @@ std::optional<Error> Uploader::run(const std::atomic<bool>& stop) {
     // otherwise the spool is read to its end: look again after a poll
     // interval.
     std::unique_lock<std::mutex> lock(mu_);
-    const uint64_t target = windowFull ? completionsMark_ + std::max<int64_t>(1, settings_.window / 4) : UINT64_MAX;
+    wakeAt_ = windowFull ? completionsMark_ + std::max<int64_t>(1, settings_.window / 4) : UINT64_MAX;
     wake_.wait_for(lock, std::chrono::milliseconds(settings_.pollIntervalMs),
-                   [&] { return completions_ >= target || stop.load(); });
+                   [&] { return completions_ >= wakeAt_ || stop.load(); });
+    wakeAt_ = UINT64_MAX;
   }
   // Give outstanding acknowledgements a moment, then save where we are.
   const auto deadline = Clock::now() + std::chrono::milliseconds(std::min<int64_t>(settings_.ackWaitMs, 2000));
@@ -168,6 +179,7 @@ void Uploader::dropConnection() {
     if (entry.state == State::Pending) {
       entry.state = State::Failed;
       failures_ = true;
+      ackError_ = "the connection was dropped before the acknowledgement";
     }
   }
 }
@@ -240,6 +252,16 @@ void Uploader::resendFailed() {
     failures_ = false;
   }
   lastResend_ = now;
+  std::string reason;
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    reason = ackError_;
+  }
+  if (reason != loggedAckError_) {
+    loggedAckError_ = reason;
+    FleetLog("publishes to " + connection_->url() + " failed (" + reason + "); sending " +
+             std::to_string(again.size()) + " events again");
+  }
   for (const auto& [offset, length] : again) {
     std::string line;
     if (auto error = follower_.readAt(offset, length, &line)) {

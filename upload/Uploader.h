@@ -102,7 +102,10 @@ class Uploader final {
   bool failures_ = false;               // some entry is Failed
   uint64_t completions_ = 0;            // acks and failures so far
   uint64_t completionsMark_ = 0;        // completions_ when the window filled
+  uint64_t wakeAt_ = UINT64_MAX;        // completions_ the main thread waits for
+  std::string ackError_;                // the latest failure's reason
   std::chrono::steady_clock::time_point lastResend_{};
+  std::string loggedAckError_;          // main thread only
   simdjson::ondemand::parser parser_;  // main thread only
 };
 

@@ -1,5 +1,6 @@
 // lumvane-upload: ships this machine's telemetry event spool to the fleet's
 // JetStream servers. See --help and Uploader.h.
+#include <nats/nats.h>
 #include <signal.h>
 
 #include <atomic>
@@ -60,9 +61,14 @@ int main(int argc, char** argv) {
   sigaction(SIGINT, &action, nullptr);
   signal(SIGPIPE, SIG_IGN);
 
-  upload::Uploader uploader(settings, key);
-  fleet::FleetLog("uploading " + paths.events + " as " + key + " to " + settings.connection.serverList());
-  if (std::optional<Error> error = uploader.run(gStop)) {
+  std::optional<Error> error;
+  {
+    upload::Uploader uploader(settings, key);
+    fleet::FleetLog("uploading " + paths.events + " as " + key + " to " + settings.connection.serverList());
+    error = uploader.run(gStop);
+  }
+  nats_Close();  // the client library's threads and memory, once every connection is gone
+  if (error) {
     fleet::FleetLog(error->description());
     return 1;
   }

@@ -9,8 +9,8 @@
 namespace lumvane {
 namespace {
 
-// The tables keep their numbers as signed 32-bit values, the way a property
-// list would hold them; the filter reads them back as unsigned 64-bit.
+// The compiled-in tables keep their numbers as signed 32-bit integers; the
+// filter reads them back as unsigned 64-bit.
 Value Int32(int32_t v) { return Value(Number::fromInt64(v)); }
 
 Dictionary Rule(const char* subsystem, const char* category, const char* name, int32_t cap,

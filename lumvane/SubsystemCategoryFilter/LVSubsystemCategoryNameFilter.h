@@ -5,8 +5,8 @@
 // passes only when the most specific rule on its path lets it through (every
 // n-th object, at most cap of them over the filter's life).
 //
-// The rule table is an Array of Dictionary values, so it can come from code,
-// JSON or a property list alike. Keys of a rule:
+// The rule table is an Array of Dictionary values, so it can come from code
+// or from a parsed JSON document alike. Keys of a rule:
 //   "Subsystem"        string, required
 //   "Category"         string, optional (absent: the rule governs the subsystem)
 //   "Name"             string, optional, used only with "Category"

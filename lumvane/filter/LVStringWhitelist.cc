@@ -82,7 +82,7 @@ bool Contains(const LVStringSet& set, const std::optional<std::string>& value) {
 
 bool LVStringWhitelistEnabled() {
   if (LVHasInternalDiagnostics("com.orvel.signpost")) {
-    LVLogDebug("Not using string whitelist due to os_variant");
+    LVLogDebug("Not using string whitelist due to internal-diagnostics variant");
     return false;
   }
   LVLogDebug("Defaulting to using string whitelist");

@@ -22,12 +22,12 @@ std::shared_ptr<const LumvaneAggregationKey> LumvaneAggregationKey::initWithSubs
   return std::make_shared<const LumvaneAggregationKey>(std::move(subsystem), std::move(category));
 }
 
-bool LumvaneAggregationKey::isKindOfThisClass(const LumvaneAggregationKey&) const {
+bool LumvaneAggregationKey::isSameOrDerivedType(const LumvaneAggregationKey&) const {
   return true;
 }
 
 bool LumvaneAggregationKey::isEqualToKey(const LumvaneAggregationKey* other) const {
-  if (other == nullptr || !isKindOfThisClass(*other)) return false;
+  if (other == nullptr || !isSameOrDerivedType(*other)) return false;
   // The category is looked at only once the subsystems agree.
   if (!PresentAndEqual(subsystem_, other->subsystem_)) return false;
   return PresentAndEqual(category_, other->category_);

@@ -55,10 +55,10 @@ class LumvaneAggregationKey {
   LumvaneAggregationKey(const LumvaneAggregationKey&) = default;
   LumvaneAggregationKey& operator=(const LumvaneAggregationKey&) = delete;
 
-  // Whether `other` is an instance of this key's class or of a subclass of
-  // it. A subclass that adds meaning to keys overrides this with a
-  // dynamic_cast to its own type, so that a plain key never equals it.
-  virtual bool isKindOfThisClass(const LumvaneAggregationKey& other) const;
+  // Whether `other`'s dynamic type is this key's type or derives from it. A
+  // subclass that adds meaning to keys overrides this with a dynamic_cast to
+  // its own type, so that a plain key never equals it.
+  virtual bool isSameOrDerivedType(const LumvaneAggregationKey& other) const;
 
  private:
   bool isEqualToKey(const LumvaneAggregationKey* other) const;

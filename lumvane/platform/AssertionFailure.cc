@@ -1,5 +1,7 @@
 #include "lumvane/platform/AssertionFailure.h"
 
+#include <errno.h>
+
 #include <cstdio>
 #include <cstdlib>
 
@@ -10,9 +12,9 @@ void LVAssertionFailure(const char* function, const char* file, int line,
   // A single fprintf keeps the line whole even when other threads write to
   // stderr at the same time; null arguments must not turn the report into a
   // second fault.
-  std::fprintf(stderr, "*** Assertion failure in %s, %s:%d: %s\n",
-               function ? function : "(unknown function)", file ? file : "(unknown file)",
-               line, expression ? expression : "(no expression)");
+  std::fprintf(stderr, "%s: %s:%d: %s: Assertion '%s' failed.\n", program_invocation_short_name,
+               file ? file : "(unknown file)", line, function ? function : "(unknown function)",
+               expression ? expression : "(no expression)");
   std::fflush(stderr);
   std::abort();
 }

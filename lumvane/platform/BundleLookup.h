@@ -1,20 +1,26 @@
 // Finds the bundle at a directory and the identifier it describes itself
-// with. A bundle directory carries a property list, Contents/Info.plist or,
-// failing that, Info.plist at its top, in XML or binary form; its identifier
-// is the top-level string under "BundleIdentifier".
+// with, by the freedesktop convention: an application directory (say
+// /opt/Mailbox.AppDir holding the executable Mailbox) is identified by its
+// desktop entry. Exactly one regular "*.desktop" file at the directory's top
+// whose [Desktop Entry] group says Type=Application names the bundle; the
+// file name without ".desktop" is the application ID, and that is the
+// bundle identifier.
 //
 // Thread-safety: implementations are safe to call from any thread.
 #pragma once
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace lumvane {
 
 // What a lookup found at a directory. `found` is false when there is no
-// bundle at all (the path is not a directory); a bundle whose property list
-// is missing, unreadable, malformed or without a string identifier is found
-// but has no identifier.
+// bundle at all (the path is not a directory). A directory is a bundle
+// without identifier when its top holds no application entry or more than
+// one, when any "*.desktop" file there cannot be read or parsed (so that
+// "exactly one" cannot be told), or when the one entry's name is not a
+// valid application ID.
 struct BundleInfo {
   bool found = false;
   std::optional<std::string> bundleIdentifier;
@@ -26,13 +32,13 @@ class BundleLookup {
   virtual BundleInfo bundleAtPath(const std::string& directory) const = 0;
 };
 
-// Reads the bundle's property list from disk with libplist; files over
+// Reads desktop entries from disk with GLib's key-file parser; files over
 // 1 MiB are not read. Process-wide, never destroyed.
 BundleLookup& DefaultBundleLookup();
 
-// The identifier under "BundleIdentifier" of a property list held in memory
-// (XML or binary), or absent when the data is no dictionary or has no string
-// under that key.
-std::optional<std::string> BundleIdentifierFromPropertyList(const std::string& data);
+// Whether `id` is a valid application ID: at most 255 bytes, at least two
+// non-empty elements separated by ".", each of [A-Za-z0-9_-] and none
+// beginning with a digit.
+bool IsValidApplicationId(std::string_view id);
 
 }  // namespace lumvane

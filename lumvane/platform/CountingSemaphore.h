@@ -1,5 +1,10 @@
 // A counting semaphore with a timed wait, for handing a signal from one
 // thread (a configuration delivery, say) to another that waits for it.
+//
+// signal() is done with the semaphore once it returns, and a waiter may
+// destroy it as soon as its wait has taken the count: the notification is
+// sent under the lock, so no waiter can take the count (and go on to destroy
+// the semaphore) while signal() still touches it.
 #pragma once
 
 #include <chrono>
@@ -14,10 +19,8 @@ class CountingSemaphore final {
   explicit CountingSemaphore(uint64_t initial = 0) : count_(initial) {}
 
   void signal() {
-    {
-      std::lock_guard<std::mutex> lock(mu_);
-      ++count_;
-    }
+    std::lock_guard<std::mutex> lock(mu_);
+    ++count_;
     cv_.notify_one();
   }
 

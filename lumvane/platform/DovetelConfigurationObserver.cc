@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include "lumvane/filter/LVLog.h"
 #include "lumvane/platform/DovetelDirectory.h"
 #include "lumvane/platform/JsonValue.h"
+#include "lumvane/platform/UniqueFd.h"
 
 namespace lumvane {
 
@@ -54,31 +56,31 @@ namespace {
 constexpr size_t kMaxConfigurationBytes = 1 << 20;
 constexpr const char* kJsonSuffix = ".json";
 
-// Reads a whole file. Absent result without error: there is no file.
+// Reads a whole regular file. Absent result without error: there is no
+// file. The open does not block, so that a FIFO planted at the path cannot
+// hold the gate before its timeout starts; it is then refused like any other
+// special file.
 std::optional<Error> readFile(const std::string& path, std::optional<std::string>* out) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
+  UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!fd) {
     if (errno == ENOENT) return std::nullopt;
     return Error::fromErrno("cannot open " + path, errno);
   }
+  struct stat st;
+  if (fstat(fd.get(), &st) != 0) return Error::fromErrno("cannot read " + path, errno);
+  if (!S_ISREG(st.st_mode)) return Error("cannot read " + path + ": not a regular file");
   std::string text;
   char buf[8192];
   for (;;) {
-    ssize_t n = read(fd, buf, sizeof buf);
+    ssize_t n = read(fd.get(), buf, sizeof buf);
     if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      int err = errno;
-      close(fd);
-      return Error::fromErrno("cannot read " + path, err);
-    }
+    if (n < 0) return Error::fromErrno("cannot read " + path, errno);
     if (n == 0) break;
     text.append(buf, static_cast<size_t>(n));
     if (text.size() > kMaxConfigurationBytes) {
-      close(fd);
       return Error(path + " is larger than " + std::to_string(kMaxConfigurationBytes) + " bytes");
     }
   }
-  close(fd);
   *out = std::move(text);
   return std::nullopt;
 }

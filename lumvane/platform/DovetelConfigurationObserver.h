@@ -6,8 +6,9 @@
 // On this system a configuration is a JSON file,
 // <DovetelDirectory()>/configurations/<type>.json (see JsonValue.h for how
 // JSON maps to Value). A missing file means no delivery; a file that is not
-// valid JSON is reported at error level with its path and the parser's reason
-// and delivers nothing. The machine observer watches the directory with
+// valid JSON, or anything but a regular file (a FIFO, a directory), is
+// reported at error level with its path and the reason and delivers nothing;
+// reading never blocks on a special file. The machine observer watches the directory with
 // inotify on a thread of its own, which is stopped and joined when the
 // observer is destroyed.
 //

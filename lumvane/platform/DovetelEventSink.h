@@ -6,22 +6,28 @@
 // The machine sink appends each event as one JSON line to events.ndjson in
 // DovetelDirectory() (see DovetelEventJson.h for the line format):
 //  - the directory is read at every send and created when missing;
-//  - each append holds the spool lock that the uploader's rotation takes
-//    (see DovetelSpoolLock.h), so no event lands in a rotated file;
-//  - each event is a single write(2) of one whole line to a file opened with
-//    O_APPEND, followed by fdatasync before the send returns, so a crash
-//    leaves at most one torn last line and never an interleaved one;
-//  - a failure (unwritable directory, full disk) is logged at error level
-//    with the path and the reason; the next send tries afresh.
+//  - each append (and each cut) holds the spool lock that the uploader's
+//    rotation takes (see DovetelSpoolLock.h), so no event lands in a file
+//    that was rotated away;
+//  - events.ndjson must be a regular file: a symbolic link is never followed
+//    and anything else (a FIFO, a device) is refused;
+//  - before its first append to a path in a process, the sink cuts away a
+//    partial last line (one without its line feed, left by a process that
+//    died mid-append) and logs the path and the number of bytes removed, so
+//    that the new line does not get glued onto the torn one;
+//  - each event is appended whole or not at all: written with O_APPEND, a
+//    short write (a full disk) cut back off the file, then fdatasync before
+//    the send returns (a failed sync also takes the line back);
+//  - a failure (unwritable directory, full disk, refused file) is logged at
+//    error level with the path and the system's reason; the next send tries
+//    afresh.
 //
 // Thread-safety: every sink may be called from any thread.
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "lumvane/signpost/Value.h"
 
@@ -45,28 +51,5 @@ std::shared_ptr<DovetelEventSink> NewFileDovetelEventSink(FileDovetelEventSinkOp
 std::shared_ptr<DovetelEventSink> ExchangeDovetelEventSink(std::shared_ptr<DovetelEventSink> sink);
 
 void DovetelSendEvent(const std::string& name, const Dictionary& payload);
-
-// Test double: keeps every event, in the order sent.
-class RecordingDovetelSink final : public DovetelEventSink {
- public:
-  struct Event {
-    std::string name;
-    Dictionary payload;
-  };
-
-  void sendEvent(const std::string& name, const Dictionary& payload) override {
-    std::lock_guard<std::mutex> lock(mu_);
-    events_.push_back({name, payload});
-  }
-
-  std::vector<Event> events() const {
-    std::lock_guard<std::mutex> lock(mu_);
-    return events_;
-  }
-
- private:
-  mutable std::mutex mu_;
-  std::vector<Event> events_;
-};
 
 }  // namespace lumvane

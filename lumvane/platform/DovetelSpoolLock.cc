@@ -14,6 +14,9 @@ std::optional<Error> OpenLockedDovetelSpool(const std::string& path, int flags, 
   // rare, so a bounded number of rounds only guards against a runaway loop.
   for (int round = 0; round < 100; ++round) {
     int f = ::open(path.c_str(), flags | O_CLOEXEC, 0644);
+    if (f < 0 && errno == ELOOP && (flags & O_NOFOLLOW)) {
+      return Error("cannot open " + path + ": it is a symbolic link");
+    }
     if (f < 0) return Error::fromErrno("cannot open " + path, errno);
     int rc;
     do {
@@ -25,7 +28,7 @@ std::optional<Error> OpenLockedDovetelSpool(const std::string& path, int flags, 
       return Error::fromErrno("cannot lock " + path, err);
     }
     struct stat opened, named;
-    if (::fstat(f, &opened) == 0 && ::stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+    if (::fstat(f, &opened) == 0 && ::lstat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
         opened.st_ino == named.st_ino) {
       *fd = f;
       return std::nullopt;

@@ -23,7 +23,8 @@
 namespace lumvane {
 
 // Opens `path` with `flags` (O_CLOEXEC is added; O_CREAT uses mode 0644),
-// locks it exclusively and makes sure the path still names the locked file.
+// locks it exclusively and makes sure the path still names the locked file
+// (the path itself: a symbolic link put there since counts as a change).
 // On success `*fd` is the open, locked descriptor; closing it unlocks.
 [[nodiscard]] std::optional<Error> OpenLockedDovetelSpool(const std::string& path, int flags,
                                                           int* fd);

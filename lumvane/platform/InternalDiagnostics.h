@@ -6,7 +6,6 @@
 // asked afresh on every call (the file may come and go).
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <string_view>
 
@@ -26,21 +25,5 @@ std::shared_ptr<InternalDiagnosticsCheck> NewMachineInternalDiagnosticsCheck();
 std::shared_ptr<InternalDiagnosticsCheck> ExchangeInternalDiagnosticsCheck(
     std::shared_ptr<InternalDiagnosticsCheck> check);
 bool LVHasInternalDiagnostics(std::string_view subsystem);
-
-// Test double: answers as told and counts the questions.
-class FakeInternalDiagnosticsCheck final : public InternalDiagnosticsCheck {
- public:
-  explicit FakeInternalDiagnosticsCheck(bool answer = false) : answer_(answer) {}
-  bool hasInternalDiagnostics(std::string_view) const override {
-    calls_.fetch_add(1);
-    return answer_.load();
-  }
-  void setAnswer(bool answer) { answer_.store(answer); }
-  int calls() const { return calls_.load(); }
-
- private:
-  std::atomic<bool> answer_;
-  mutable std::atomic<int> calls_{0};
-};
 
 }  // namespace lumvane

@@ -1,9 +1,8 @@
 #include "lumvane/platform/LogBackend.h"
 
-#include <syslog.h>
-#include <time.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,92 +12,43 @@ namespace lumvane {
 
 const char* LogLevelName(LogLevel level) {
   switch (level) {
-    case LogLevel::Debug: return "Debug";
-    case LogLevel::Info: return "Info";
-    case LogLevel::Error: return "Error";
+    case LogLevel::Debug: return "debug";
+    case LogLevel::Info: return "info";
+    case LogLevel::Error: return "error";
   }
   return "?";
 }
 
+int LogLevelPriority(LogLevel level) {
+  switch (level) {
+    case LogLevel::Debug: return 7;
+    case LogLevel::Info: return 6;
+    case LogLevel::Error: return 3;
+  }
+  return 7;
+}
+
+std::string FormatLogRecord(std::string_view program, pid_t pid, LogLevel level,
+                            std::string_view subsystem, std::string_view category,
+                            std::string_view message) {
+  std::string record;
+  record.reserve(program.size() + subsystem.size() + category.size() + message.size() + 32);
+  record += program;
+  record += '[';
+  record += std::to_string(pid);
+  record += "]: ";
+  record += LogLevelName(level);
+  record += ' ';
+  record += subsystem;
+  record += '/';
+  record += category;
+  record += ": ";
+  record += message;
+  if (record.back() != '\n') record += '\n';
+  return record;
+}
+
 namespace {
-
-// One record per line on standard error:
-//   2026-11-22 19:46:36.123456+0000 lumvaned[42] <Debug> [com.orvel.Vantrel:lumvane] text
-// A message that ends in a line feed keeps it; any other gets one, so that
-// records never run into each other. The record goes out in a single write.
-class StderrLogBackend final : public LogBackend {
- public:
-  explicit StderrLogBackend(LogLevel threshold) : threshold_(threshold) {}
-
-  bool isEnabled(LogLevel level) const override { return level >= threshold_; }
-
-  void write(LogLevel level, std::string_view subsystem, std::string_view category,
-             std::string_view message) override {
-    if (!isEnabled(level)) return;
-    struct timespec ts;
-    clock_gettime(CLOCK_REALTIME, &ts);
-    struct tm tm;
-    localtime_r(&ts.tv_sec, &tm);
-    char stamp[64];
-    size_t n = strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &tm);
-    char zone[8];
-    strftime(zone, sizeof zone, "%z", &tm);
-    std::snprintf(stamp + n, sizeof stamp - n, ".%06ld%s", ts.tv_nsec / 1000, zone);
-
-    std::string record;
-    record.reserve(message.size() + 96);
-    record += stamp;
-    record += ' ';
-    record += program_invocation_short_name;
-    record += '[';
-    record += std::to_string(getpid());
-    record += "] <";
-    record += LogLevelName(level);
-    record += "> [";
-    record += subsystem;
-    record += ':';
-    record += category;
-    record += "] ";
-    record += message;
-    if (record.empty() || record.back() != '\n') record += '\n';
-    const char* p = record.data();
-    size_t left = record.size();
-    while (left > 0) {
-      ssize_t w = ::write(STDERR_FILENO, p, left);
-      if (w < 0) {
-        if (errno == EINTR) continue;
-        return;  // nowhere left to report a failing log
-      }
-      p += w;
-      left -= static_cast<size_t>(w);
-    }
-  }
-
- private:
-  const LogLevel threshold_;
-};
-
-class SyslogLogBackend final : public LogBackend {
- public:
-  explicit SyslogLogBackend(LogLevel threshold) : threshold_(threshold) {
-    openlog(program_invocation_short_name, LOG_PID, LOG_DAEMON);
-  }
-
-  bool isEnabled(LogLevel level) const override { return level >= threshold_; }
-
-  void write(LogLevel level, std::string_view subsystem, std::string_view category,
-             std::string_view message) override {
-    if (!isEnabled(level)) return;
-    int priority = level == LogLevel::Error ? LOG_ERR : level == LogLevel::Info ? LOG_INFO : LOG_DEBUG;
-    syslog(priority, "<%s> [%.*s:%.*s] %.*s", LogLevelName(level),
-           static_cast<int>(subsystem.size()), subsystem.data(),
-           static_cast<int>(category.size()), category.data(),
-           static_cast<int>(message.size()), message.data());
-  }
-
- private:
-  const LogLevel threshold_;
-};
 
 class DisabledLogBackend final : public LogBackend {
  public:
@@ -106,18 +56,47 @@ class DisabledLogBackend final : public LogBackend {
   void write(LogLevel, std::string_view, std::string_view, std::string_view) override {}
 };
 
+// One unsigned decimal number filling the whole of `text`.
+bool ParseDecimal(std::string_view text, unsigned long long* out) {
+  if (text.empty()) return false;
+  auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), *out);
+  return ec == std::errc() && end == text.data() + text.size();
+}
+
 }  // namespace
-
-std::shared_ptr<LogBackend> NewStderrLogBackend(LogLevel threshold) {
-  return std::make_shared<StderrLogBackend>(threshold);
-}
-
-std::shared_ptr<LogBackend> NewSyslogLogBackend(LogLevel threshold) {
-  return std::make_shared<SyslogLogBackend>(threshold);
-}
 
 std::shared_ptr<LogBackend> NewDisabledLogBackend() {
   return std::make_shared<DisabledLogBackend>();
+}
+
+bool IsJournalStream(const char* journalStream, int fd) {
+  if (!journalStream) return false;
+  std::string_view value(journalStream);
+  std::size_t colon = value.find(':');
+  unsigned long long device = 0, inode = 0;
+  if (colon == std::string_view::npos || !ParseDecimal(value.substr(0, colon), &device) ||
+      !ParseDecimal(value.substr(colon + 1), &inode)) {
+    return false;
+  }
+  struct stat st;
+  if (::fstat(fd, &st) != 0) return false;
+  return static_cast<unsigned long long>(st.st_dev) == device &&
+         static_cast<unsigned long long>(st.st_ino) == inode;
+}
+
+LogTarget LogTargetFromEnvironment(int stderrFd) {
+  const LogTarget fallback =
+      IsJournalStream(std::getenv("JOURNAL_STREAM"), stderrFd) ? LogTarget::Journal
+                                                                : LogTarget::Stderr;
+  const char* target = std::getenv("LUMVANE_LOG_TARGET");
+  if (!target || !*target) return fallback;
+  if (std::strcmp(target, "stderr") == 0) return LogTarget::Stderr;
+  if (std::strcmp(target, "syslog") == 0) return LogTarget::Syslog;
+  if (std::strcmp(target, "journal") == 0) return LogTarget::Journal;
+  dprintf(stderrFd,
+          "lumvane: LUMVANE_LOG_TARGET=%s is not one of stderr, syslog, journal; using %s\n",
+          target, fallback == LogTarget::Journal ? "journal" : "stderr");
+  return fallback;
 }
 
 std::shared_ptr<LogBackend> NewLogBackendFromEnvironment() {
@@ -139,12 +118,10 @@ std::shared_ptr<LogBackend> NewLogBackendFromEnvironment() {
                    level);
     }
   }
-  const char* target = std::getenv("LUMVANE_LOG_TARGET");
-  if (target && std::strcmp(target, "syslog") == 0) return NewSyslogLogBackend(threshold);
-  if (target && *target && std::strcmp(target, "stderr") != 0) {
-    std::fprintf(stderr,
-                 "lumvane: LUMVANE_LOG_TARGET=%s is not one of stderr, syslog; using stderr\n",
-                 target);
+  switch (LogTargetFromEnvironment()) {
+    case LogTarget::Syslog: return NewSyslogLogBackend(threshold);
+    case LogTarget::Journal: return NewJournalLogBackend(threshold);
+    case LogTarget::Stderr: break;
   }
   return NewStderrLogBackend(threshold);
 }

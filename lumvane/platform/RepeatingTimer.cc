@@ -78,7 +78,14 @@ class ThreadRepeatingTimer final : public RepeatingTimer {
     SteadyClock::time_point deadline = SteadyClock::now() + startDelay;
     std::unique_lock<std::mutex> lock(s->mu);
     for (;;) {
-      if (s->cv.wait_until(lock, deadline, [&] { return s->cancelled; })) return;
+      // A deadline already reached is not waited on: under the timer slack,
+      // even a wait whose deadline has passed may last the whole leeway, and
+      // a first firing "at once" would come a leeway late.
+      if (SteadyClock::now() < deadline) {
+        if (s->cv.wait_until(lock, deadline, [&] { return s->cancelled; })) return;
+      } else if (s->cancelled) {
+        return;
+      }
       // Submitting under the lock: once cancel() has taken it, nothing new
       // is queued.
       if (!s->pending.exchange(true)) {

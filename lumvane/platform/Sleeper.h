@@ -4,10 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
-#include <vector>
-
-#include "lumvane/platform/ContinuousClock.h"
 
 namespace lumvane {
 
@@ -19,30 +15,5 @@ class Sleeper {
 
 // Real sleep (nanosleep, resumed after signals). Process-wide.
 Sleeper& DefaultSleeper();
-
-// Test double: records each sleep and, when given a fake clock, moves it
-// forward by the time slept (clock ticks are nanoseconds at timebase 1/1).
-class RecordingSleeper final : public Sleeper {
- public:
-  explicit RecordingSleeper(FakeContinuousClock* clock = nullptr) : clock_(clock) {}
-
-  void sleepMicroseconds(uint32_t microseconds) override {
-    {
-      std::lock_guard<std::mutex> lock(mu_);
-      sleeps_.push_back(microseconds);
-    }
-    if (clock_) clock_->advance(uint64_t{microseconds} * 1000);
-  }
-
-  std::vector<uint32_t> sleeps() const {
-    std::lock_guard<std::mutex> lock(mu_);
-    return sleeps_;
-  }
-
- private:
-  FakeContinuousClock* const clock_;
-  mutable std::mutex mu_;
-  std::vector<uint32_t> sleeps_;
-};
 
 }  // namespace lumvane

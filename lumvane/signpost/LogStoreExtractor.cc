@@ -1,102 +1,92 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <cerrno>
 #include <cstdlib>
 #include <vector>
 
 #include "lumvane/filter/LVLog.h"
-#include "lumvane/signpost/FormatArgumentMatcher.h"
+#include "lumvane/signpost/JournalJsonLineParser.h"
+#include "lumvane/signpost/JournalReader.h"
 #include "lumvane/signpost/LogStoreFile.h"
+#include "lumvane/signpost/SignpostEntryBuilder.h"
 #include "lumvane/signpost/SignpostPairingTable.h"
-#include "lumvane/signpost/SignpostRecordParser.h"
+#include "lumvane/signpost/SignpostStoreLocation.h"
 
 namespace lumvane {
 namespace {
 
-constexpr std::string_view kTelemetrySwitch = "enableTelemetry=YES";
-constexpr std::string_view kAnimationSwitch = "isAnimation=YES";
-
-bool EndsWith(std::string_view s, std::string_view suffix) {
-  return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
-}
-
-std::optional<std::string> ProcessNameOf(const std::optional<std::string_view>& imagePath) {
-  if (!imagePath) return std::nullopt;
-  const size_t slash = imagePath->rfind('/');
-  const std::string_view name =
-      slash == std::string_view::npos ? *imagePath : imagePath->substr(slash + 1);
-  if (name.empty()) return std::nullopt;
-  return std::string(name);
-}
-
-std::optional<std::string> Copy(const std::optional<std::string_view>& s) {
-  if (!s) return std::nullopt;
-  return std::string(*s);
-}
-
-// The store's files: the path itself, or the matching regular files of a
-// directory in name order.
-std::optional<Error> ListStore(const std::string& path, std::vector<std::string>* files) {
-  struct stat st;
-  if (::stat(path.c_str(), &st) != 0) return Error::fromErrno("cannot open " + path, errno);
-  if (!S_ISDIR(st.st_mode)) {
-    files->push_back(path);
-    return std::nullopt;
-  }
-  DIR* dir = ::opendir(path.c_str());
-  if (!dir) return Error::fromErrno("cannot open " + path, errno);
-  std::vector<std::string> names;
-  errno = 0;
-  while (const dirent* entry = ::readdir(dir)) {
-    const std::string_view name = entry->d_name;
-    if (!EndsWith(name, ".ndjson") && !EndsWith(name, ".json")) continue;
-    struct stat fst;
-    if (::fstatat(::dirfd(dir), entry->d_name, &fst, 0) == 0 && S_ISREG(fst.st_mode)) {
-      names.emplace_back(name);
-    }
-  }
-  const int readError = errno;
-  ::closedir(dir);
-  if (readError != 0) return Error::fromErrno("cannot read directory " + path, readError);
-  std::sort(names.begin(), names.end());
-  for (const auto& name : names) files->push_back(path + "/" + name);
-  return std::nullopt;
+uint64_t MicrosecondsSinceEpoch(Date d) {
+  const auto us = d.time_since_epoch().count();
+  return us < 0 ? 0 : static_cast<uint64_t>(us);
 }
 
 }  // namespace
 
-// The state of one processing: the parser, the argument matcher and the
-// pairing tables, over the callbacks and statistics of the extractor.
+// The state of one processing: the entry builder and the pairing tables,
+// over the callbacks and statistics of the extractor.
 class LogStoreExtractor::Pass {
  public:
   Pass(LogStoreExtractor& owner, Date start, Date end)
-      : owner_(owner), stats_(owner.stats_), start_(start), end_(end) {}
+      : owner_(owner),
+        stats_(owner.stats_),
+        startUsec_(MicrosecondsSinceEpoch(start)),
+        endUsec_(end < start ? 0 : MicrosecondsSinceEpoch(end)),
+        emptyWindow_(end < start) {}
 
-  // Reads one file to its end or to a stop request.
-  std::optional<Error> readFile(const std::string& path) {
-    LogStoreFile file(owner_.chunkBytes_ ? owner_.chunkBytes_ : LogStoreFile::kDefaultChunkBytes);
+  // Reads one file of JSON lines to its end or to a stop request.
+  std::optional<Error> readJsonFile(const std::string& path) {
+    // The file looks at the stop request itself too, so that a stop is not
+    // held up by one endless line.
+    LogStoreFile file(owner_.chunkBytes_ ? owner_.chunkBytes_ : LogStoreFile::kDefaultChunkBytes,
+                      LogStoreFile::kDefaultMaxRecordBytes, &owner_.stopRequested_);
     if (std::optional<Error> e = file.open(path)) return e;
     ++stats_.files;
     std::string_view text;
     for (;;) {
-      if (owner_.stopRequested_.load(std::memory_order_relaxed)) return std::nullopt;
+      if (stopRequested()) return std::nullopt;
       switch (file.next(&text)) {
         case LogStoreFile::Next::End:
+        case LogStoreFile::Next::Stopped:
           return std::nullopt;
         case LogStoreFile::Next::Failed:
           return file.readError();
         case LogStoreFile::Next::Oversized:
-          ++stats_.nonObjectLines;
+          ++stats_.malformedRecords;
           continue;
         case LogStoreFile::Next::Record:
-          handle(text);
+          if (parser_.parse(text, LogStoreFile::kPadding, &builder_)) {
+            handleEntry();
+          } else {
+            ++stats_.nonObjectLines;
+          }
           break;
       }
+    }
+  }
+
+  // Reads the window of a journal, or up to a stop request.
+  std::optional<Error> readJournal(JournalReader::Source source, const std::string& path) {
+    std::unique_ptr<JournalReader> journal;
+    if (std::optional<Error> e = JournalReader::open(source, path, startUsec_, &journal)) return e;
+    ++stats_.files;
+    uint64_t realtime = 0;
+    for (;;) {
+      if (stopRequested()) return std::nullopt;
+      switch (journal->next(&realtime)) {
+        case JournalReader::Next::End:
+          return std::nullopt;
+        case JournalReader::Next::Failed:
+          return journal->error();
+        case JournalReader::Next::Entry:
+          break;
+      }
+      if (!inWindow(realtime)) {
+        ++stats_.recordsOutsideWindow;
+        // Entries come in time order: past the end, nothing more is due.
+        if (realtime > endUsec_) return std::nullopt;
+        continue;
+      }
+      if (std::optional<Error> e = journal->readEntry(&builder_)) return e;
+      handleEntry();
     }
   }
 
@@ -106,100 +96,95 @@ class LogStoreExtractor::Pass {
   }
 
  private:
-  void handle(std::string_view text) {
-    switch (parser_.parse(text, LogStoreFile::kPadding, start_, end_, &record_)) {
-      case SignpostRecordParser::Kind::NotObject:
-        ++stats_.nonObjectLines;
-        return;
-      case SignpostRecordParser::Kind::Trailer:
-        ++stats_.trailers;
-        return;
-      case SignpostRecordParser::Kind::BadTimestamp:
-        ++stats_.malformedRecords;
-        return;
-      case SignpostRecordParser::Kind::OutsideWindow:
-        ++stats_.recordsOutsideWindow;
-        return;
-      case SignpostRecordParser::Kind::Other:
-        countInWindow();
-        return;
-      case SignpostRecordParser::Kind::BadSignpost:
-        countInWindow();
-        ++stats_.malformedRecords;
-        return;
-      case SignpostRecordParser::Kind::Signpost:
-        countInWindow();
-        break;
-    }
-    switch (record_.type) {
-      case SignpostRecord::Type::Event:
-        emitEvent();
-        break;
-      case SignpostRecord::Type::Begin:
-        begin();
-        break;
-      case SignpostRecord::Type::End:
-        end();
-        break;
-    }
+  bool stopRequested() const { return owner_.stopRequested_.load(std::memory_order_relaxed); }
+
+  bool inWindow(uint64_t realtimeUsec) const {
+    return !emptyWindow_ && realtimeUsec >= startUsec_ && realtimeUsec <= endUsec_;
   }
 
-  void countInWindow() {
+  void handleEntry() {
+    const SignpostEntryBuilder::Verdict verdict = builder_.finish();
+    switch (verdict) {
+      case SignpostEntryBuilder::Verdict::NotSignpost:
+        ++stats_.otherEntries;
+        return;
+      case SignpostEntryBuilder::Verdict::NoRealtime:
+        ++stats_.malformedRecords;
+        return;
+      case SignpostEntryBuilder::Verdict::Malformed:
+      case SignpostEntryBuilder::Verdict::Signpost:
+        break;
+    }
+    if (!inWindow(*builder_.realtimeUsec())) {
+      ++stats_.recordsOutsideWindow;
+      return;
+    }
     ++stats_.recordsInWindow;
     owner_.processed_.store(stats_.recordsInWindow, std::memory_order_relaxed);
-  }
-
-  // The record's own event object with its arguments.
-  std::shared_ptr<const SignpostEvent> makeEvent(SignpostArguments* arguments) {
-    if (record_.formatString) {
-      matcher_.extract(*record_.formatString, record_.eventMessage.value_or(std::string_view()),
-                       arguments);
+    if (verdict == SignpostEntryBuilder::Verdict::Malformed) {
+      ++stats_.malformedRecords;
+      return;
     }
-    SignpostObjectProperties p;
-    p.subsystem = std::string(record_.subsystem);
-    p.category = std::string(record_.category);
-    p.name = Copy(record_.name);
-    arguments->applyTo(&p);
-    p.durationSeconds = 0.0f;
-    p.telemetryEnabled = record_.message().find(kTelemetrySwitch) != std::string_view::npos;
-    return std::make_shared<const SignpostEvent>(std::move(p), ProcessNameOf(record_.processImagePath),
-                                                 Copy(record_.processImagePath));
+    const SignpostEntry& entry = builder_.entry();
+    switch (entry.type) {
+      case SignpostEntry::Type::Event:
+        emitEvent(entry);
+        break;
+      case SignpostEntry::Type::Begin:
+        begin(entry);
+        break;
+      case SignpostEntry::Type::End:
+        end(entry);
+        break;
+    }
   }
 
-  void emitEvent() {
-    SignpostArguments arguments;
-    std::shared_ptr<const SignpostEvent> event = makeEvent(&arguments);
-    table_.countFrame(record_);
+  // The entry's own event object with its arguments.
+  static std::shared_ptr<const SignpostEvent> makeEvent(const SignpostEntry& e) {
+    SignpostObjectProperties p;
+    p.subsystem = e.subsystem;
+    p.category = e.category;
+    p.name = e.name;
+    e.arguments.applyTo(&p);
+    p.durationSeconds = 0.0f;
+    p.telemetryEnabled = e.telemetry;
+    return std::make_shared<const SignpostEvent>(std::move(p), e.processName, e.processImagePath);
+  }
+
+  void emitEvent(const SignpostEntry& e) {
+    std::shared_ptr<const SignpostEvent> event = makeEvent(e);
+    table_.countFrame(e);
     ++stats_.events;
     if (owner_.eventBlock_) owner_.eventBlock_(std::move(event));
   }
 
-  void begin() {
-    if (table_.contains(record_)) {
+  void begin(const SignpostEntry& e) {
+    if (table_.contains(e)) {
       ++stats_.duplicateBegins;
       return;
     }
     OpenSignpostInterval open;
-    open.beginEvent = makeEvent(&open.arguments);
-    open.beginTime = record_.timestamp;
-    open.telemetryEnabled = open.beginEvent->telemetryEnabled();
-    open.animation = record_.message().find(kAnimationSwitch) != std::string_view::npos;
-    (void)table_.open(record_, std::move(open));
+    open.beginEvent = makeEvent(e);
+    open.beginTime = e.time;
+    open.arguments = e.arguments;
+    open.telemetryEnabled = e.telemetry;
+    open.animation = e.animation;
+    (void)table_.open(e, std::move(open));
   }
 
-  void end() {
-    std::optional<OpenSignpostInterval> open = table_.close(record_);
+  void end(const SignpostEntry& e) {
+    std::optional<OpenSignpostInterval> open = table_.close(e);
     if (!open) {
       ++stats_.unmatchedEnds;
       return;
     }
-    if (!(open->beginTime < record_.timestamp)) {
+    const int64_t nanoseconds = SignpostTime::elapsedNanoseconds(open->beginTime, e.time);
+    if (nanoseconds <= 0) {
       ++stats_.nonPositiveIntervals;
       return;
     }
-    SignpostArguments endArguments;
-    std::shared_ptr<const SignpostEvent> endEvent = makeEvent(&endArguments);
-    const SignpostArguments merged = open->arguments.mergedOver(endArguments);
+    std::shared_ptr<const SignpostEvent> endEvent = makeEvent(e);
+    const SignpostArguments merged = open->arguments.mergedOver(e.arguments);
 
     const SignpostEvent& b = *open->beginEvent;
     SignpostObjectProperties p;
@@ -207,15 +192,14 @@ class LogStoreExtractor::Pass {
     p.category = b.category();
     p.name = b.name();
     merged.applyTo(&p);
-    const double seconds =
-        static_cast<double>((record_.timestamp - open->beginTime).count()) / 1e6;
+    const double seconds = static_cast<double>(nanoseconds) / 1e9;
     p.durationSeconds = static_cast<float>(seconds);
-    p.telemetryEnabled = open->telemetryEnabled || endEvent->telemetryEnabled();
+    p.telemetryEnabled = open->telemetryEnabled || e.telemetry;
     Dictionary attributes;
     for (const auto& [key, value] : merged.attributes) attributes.set(key, value);
 
     if (open->animation) {
-      const uint64_t frames = open->framesBefore(record_.timestamp);
+      const uint64_t frames = open->framesBefore(e.time);
       const float frameRate =
           frames == 0 ? 0.0f : static_cast<float>(static_cast<double>(frames) / seconds);
       auto interval = std::make_shared<const SignpostAnimationInterval>(
@@ -233,12 +217,12 @@ class LogStoreExtractor::Pass {
 
   LogStoreExtractor& owner_;
   LogStoreReadStatistics& stats_;
-  const Date start_;
-  const Date end_;
-  SignpostRecordParser parser_;
-  FormatArgumentMatcher matcher_;
+  const uint64_t startUsec_;
+  const uint64_t endUsec_;
+  const bool emptyWindow_;
+  JournalJsonLineParser parser_;
+  SignpostEntryBuilder builder_;
   SignpostPairingTable table_;
-  SignpostRecord record_;
 };
 
 void LogStoreExtractor::setIntervalCompletionProcessingBlock(IntervalCompletionBlock block) {
@@ -258,9 +242,10 @@ void LogStoreExtractor::setBuildAnimationCompositeIntervalTimelines(bool build) 
   buildCompositeTimelines_ = build;
 }
 
-std::string LogStoreExtractor::defaultStorePath() {
+std::optional<std::string> LogStoreExtractor::configuredStorePath() {
   const char* env = std::getenv(kStoreEnvironmentVariable);
-  return env && *env ? std::string(env) : std::string(kDefaultStorePath);
+  if (env && *env) return std::string(env);
+  return std::nullopt;
 }
 
 bool LogStoreExtractor::processLogArchiveWithPath(const std::optional<std::string>& path,
@@ -268,16 +253,29 @@ bool LogStoreExtractor::processLogArchiveWithPath(const std::optional<std::strin
                                                   std::optional<Error>* errorOut) {
   stats_ = LogStoreReadStatistics();
   processed_.store(0);
-  const std::string store = path ? *path : defaultStorePath();
+  const std::optional<std::string> store = path ? path : configuredStorePath();
 
-  std::vector<std::string> files;
-  std::optional<Error> error = ListStore(store, &files);
+  SignpostStoreLocation location;
+  std::optional<Error> error = SignpostStoreLocation::recognize(store, &location);
   if (!error) {
     Pass pass(*this, startDate, endDate);
-    for (const std::string& file : files) {
-      if (stopRequested_.load(std::memory_order_relaxed)) break;
-      std::optional<Error> fileError = pass.readFile(file);
-      if (fileError && !error) error = std::move(fileError);
+    switch (location.form) {
+      case SignpostStoreLocation::Form::MachineJournal:
+        error = pass.readJournal(JournalReader::Source::Machine, std::string());
+        break;
+      case SignpostStoreLocation::Form::JournalDirectory:
+        error = pass.readJournal(JournalReader::Source::Directory, location.path);
+        break;
+      case SignpostStoreLocation::Form::JournalFile:
+        error = pass.readJournal(JournalReader::Source::File, location.path);
+        break;
+      case SignpostStoreLocation::Form::JsonLines:
+        for (const std::string& file : location.files) {
+          if (stopRequested_.load(std::memory_order_relaxed)) break;
+          std::optional<Error> fileError = pass.readJsonFile(file);
+          if (fileError && !error) error = std::move(fileError);
+        }
+        break;
     }
     pass.finish();
   }
@@ -285,14 +283,15 @@ bool LogStoreExtractor::processLogArchiveWithPath(const std::optional<std::strin
   const bool stopped = stopRequested_.exchange(false);
 
   LVLogDebug(
-      "Read signpost store %@%@: %llu records in window, %llu outside; delivered %llu intervals, "
-      "%llu animation intervals, %llu events; dropped %llu duplicate begins, %llu unmatched ends, "
-      "%llu non-positive intervals, %llu unclosed begins; passed over %llu non-object lines, "
-      "%llu malformed records, %llu trailers",
-      store, stopped ? " (stopped)" : "", stats_.recordsInWindow, stats_.recordsOutsideWindow,
-      stats_.intervals, stats_.animationIntervals, stats_.events, stats_.duplicateBegins,
-      stats_.unmatchedEnds, stats_.nonPositiveIntervals, stats_.unclosedBegins,
-      stats_.nonObjectLines, stats_.malformedRecords, stats_.trailers);
+      "Read signpost store %@%@: %llu signpost entries in window, %llu outside, %llu other "
+      "entries; delivered %llu intervals, %llu animation intervals, %llu events; dropped %llu "
+      "duplicate begins, %llu unmatched ends, %llu non-positive intervals, %llu unclosed begins; "
+      "passed over %llu non-object lines, %llu malformed entries",
+      store ? *store : std::string("(system journal)"), stopped ? " (stopped)" : "",
+      stats_.recordsInWindow, stats_.recordsOutsideWindow, stats_.otherEntries, stats_.intervals,
+      stats_.animationIntervals, stats_.events, stats_.duplicateBegins, stats_.unmatchedEnds,
+      stats_.nonPositiveIntervals, stats_.unclosedBegins, stats_.nonObjectLines,
+      stats_.malformedRecords);
 
   if (error) {
     if (errorOut) *errorOut = std::move(error);

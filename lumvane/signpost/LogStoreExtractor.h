@@ -1,24 +1,30 @@
-// The extractor over the device's signpost log store: a file, or a directory
-// of files, of JSON records (one object per line, or one JSON array of
-// objects). It pairs begins with ends into intervals and animation intervals,
-// turns single events into event objects and hands each to its callback, in
-// store order, on the thread that called processLogArchiveWithPath.
+// The extractor over the signpost entries of a journal: the machine's own
+// journal, a directory of journal files, one journal file, or the JSON lines
+// that journalctl writes (a file, a directory of them, or standard input).
+// It pairs begins with ends into intervals and animation intervals, turns
+// single events into event objects and hands each to its callback, in the
+// order of the store, on the thread that called processLogArchiveWithPath.
 //
-// A directory means every regular file in it whose name ends in ".ndjson" or
-// ".json", read in name order as one store (an interval may begin in one file
-// and end in the next). Without a path, the store is $LUMVANE_SIGNPOST_STORE,
-// or "/var/log/lumvane/signposts" when that is unset or empty.
+// Without a path, the store is $LUMVANE_SIGNPOST_STORE, or the machine's
+// own journal when that is unset or empty (SignpostStoreLocation tells the
+// forms apart; "-" is JSON lines on standard input). A named file must be a
+// regular file: a FIFO or a device is refused at once (see LogStoreFile.h).
+// A JSON-lines store is read whole and judged entry by entry against the
+// window; a journal is read from the window's start and no further than the
+// first entry past its end.
 //
-// Lines that are not JSON objects (an exporter's text preamble, broken
-// lines), records missing a field they need and the exporter's trailer
-// object are passed over and counted; none of them stops the reader. The
-// counts of one processing, with the begins and ends that could not be
-// paired, are logged in one debug line when it ends.
+// Lines that are not JSON objects, lines over 1,048,576 bytes, signpost
+// entries missing a field they need or holding a bad value (a string that
+// cannot be decoded included), and signpost entries without a realtime
+// timestamp are passed over and counted as malformed; none of them stops
+// the reader. The counts of one processing, with the begins and ends that
+// could not be paired, are logged in one debug line when it ends.
 //
 // Thread-safety: processLogArchiveWithPath runs on one thread at a time;
 // stopProcessing may come from any thread at any time. A stop request ends
-// the processing under way at the next record (the call then answers true),
-// or, when none is under way, the next processing to begin.
+// the processing under way at the next entry, or within a fraction of a
+// second inside a long line (the call then answers true), or, when none is
+// under way, the next processing to begin.
 #pragma once
 
 #include <atomic>
@@ -31,25 +37,25 @@ namespace lumvane {
 
 // What one processing went through; counts, all unsigned 64-bit.
 struct LogStoreReadStatistics {
-  uint64_t recordsInWindow = 0;     // = processedEventCount
+  uint64_t recordsInWindow = 0;     // signpost entries, malformed ones too
+                                    // (= processedEventCount)
   uint64_t recordsOutsideWindow = 0;
+  uint64_t otherEntries = 0;        // entries of other programs (JSON form)
   uint64_t intervals = 0;           // delivered, animation intervals not included
   uint64_t animationIntervals = 0;
   uint64_t events = 0;
   uint64_t duplicateBegins = 0;     // a second begin of a signpost already open
-  uint64_t unmatchedEnds = 0;       // an end without an open begin
+  uint64_t unmatchedEnds = 0;       // an end without an open begin of its boot
   uint64_t nonPositiveIntervals = 0;  // an end not strictly after its begin
   uint64_t unclosedBegins = 0;      // begins still open when processing ended
-  uint64_t nonObjectLines = 0;      // text, broken JSON, non-object JSON, oversized
-  uint64_t malformedRecords = 0;    // a needed field missing or unreadable
-  uint64_t trailers = 0;
-  uint64_t files = 0;
+  uint64_t nonObjectLines = 0;      // text, broken JSON, non-object JSON
+  uint64_t malformedRecords = 0;    // signpost entries that cannot be read; oversized lines
+  uint64_t files = 0;               // JSON files, or 1 for a journal
 };
 
 class LogStoreExtractor final : public VantrelObjectExtractor {
  public:
   static constexpr const char* kStoreEnvironmentVariable = "LUMVANE_SIGNPOST_STORE";
-  static constexpr const char* kDefaultStorePath = "/var/log/lumvane/signposts";
 
   LogStoreExtractor() = default;
 
@@ -62,8 +68,8 @@ class LogStoreExtractor final : public VantrelObjectExtractor {
   void setBuildAnimationCompositeIntervalTimelines(bool build) override;
 
   // Fails, with an error naming the path and the reason, when the store or
-  // one of its files cannot be opened or read; files that can be read are
-  // still processed.
+  // one of its files cannot be opened or read; JSON files that can be read
+  // are still processed.
   bool processLogArchiveWithPath(const std::optional<std::string>& path, Date startDate,
                                  Date endDate, std::optional<Error>* errorOut) override;
   void stopProcessing() override;
@@ -72,8 +78,9 @@ class LogStoreExtractor final : public VantrelObjectExtractor {
   // The counts of the last processing (read after it has returned).
   const LogStoreReadStatistics& lastReadStatistics() const { return stats_; }
 
-  // The store read when no path is given.
-  static std::string defaultStorePath();
+  // The store read when no path is given: $LUMVANE_SIGNPOST_STORE, or
+  // nothing (the machine's journal) when that is unset or empty.
+  static std::optional<std::string> configuredStorePath();
 
   // Record reading granularity; tests make it small to cross chunk edges.
   void setChunkBytes(size_t bytes) { chunkBytes_ = bytes; }

@@ -1,8 +1,11 @@
 #include "lumvane/signpost/LogStoreFile.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -13,19 +16,35 @@ bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 }  // namespace
 
-LogStoreFile::LogStoreFile(size_t chunkBytes, size_t maxRecordBytes)
-    : maxRecordBytes_(maxRecordBytes < chunkBytes ? chunkBytes : maxRecordBytes),
-      capacity_(chunkBytes < 16 ? 16 : chunkBytes) {}
+LogStoreFile::LogStoreFile(size_t chunkBytes, size_t maxRecordBytes,
+                           const std::atomic<bool>* stopRequested)
+    : maxRecordBytes_(maxRecordBytes),
+      stopRequested_(stopRequested),
+      capacity_(chunkBytes < 16 ? 16 : chunkBytes),
+      // Room for the longest allowed record and the byte after it, which
+      // tells that the record has ended.
+      holdLimit_(std::max(capacity_, maxRecordBytes + 1)) {}
 
-LogStoreFile::~LogStoreFile() {
-  if (fd_ >= 0) ::close(fd_);
-}
+LogStoreFile::~LogStoreFile() = default;
 
 std::optional<Error> LogStoreFile::open(const std::string& path) {
-  path_ = path;
-  fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd_ < 0) return Error::fromErrno("cannot open " + path, errno);
-  (void)::posix_fadvise(fd_, 0, 0, POSIX_FADV_SEQUENTIAL);
+  if (path == kStandardInput) {
+    path_ = "standard input";
+    fd_.reset(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0));
+    if (!fd_) return Error::fromErrno("cannot read " + path_, errno);
+  } else {
+    path_ = path;
+    fd_.reset(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd_) return Error::fromErrno("cannot open " + path, errno);
+  }
+  struct stat st;
+  if (::fstat(fd_.get(), &st) != 0) return Error::fromErrno("cannot read " + path_, errno);
+  regular_ = S_ISREG(st.st_mode);
+  if (!regular_ && path != kStandardInput) {
+    fd_.reset();
+    return Error("cannot read " + path + ": not a regular file");
+  }
+  if (regular_) (void)::posix_fadvise(fd_.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   buf_.assign(capacity_ + kPadding, '\0');
   // Read until the first non-blank byte decides the framing (or the file
   // ends); blank bytes before it are dropped.
@@ -33,7 +52,7 @@ std::optional<Error> LogStoreFile::open(const std::string& path) {
     while (scan_ < end_ && IsBlank(buf_[scan_])) ++scan_;
     begin_ = scan_;
     if (scan_ < end_ || eof_) break;
-    if (!fill()) return readError_;
+    if (!fill()) return readError_;  // a stop shows at the first next()
   }
   if (scan_ < end_ && buf_[scan_] == '[') {
     framing_ = Framing::JsonArray;
@@ -51,20 +70,25 @@ bool LogStoreFile::fill() {
     begin_ = 0;
   }
   if (end_ == capacity_) {
-    if (capacity_ >= maxRecordBytes_) {
-      // The record under way cannot be held: drop what has been looked at
-      // and remember that the record is incomplete.
+    if (capacity_ >= holdLimit_) {
+      // The record under way is over the limit: drop what has been looked
+      // at and remember that the record is incomplete.
       oversized_ = true;
       end_ -= scan_;
       std::memmove(buf_.data(), buf_.data() + scan_, end_);
       scan_ = 0;
     } else {
-      capacity_ = capacity_ * 2 > maxRecordBytes_ ? maxRecordBytes_ : capacity_ * 2;
+      capacity_ = std::min(capacity_ * 2, holdLimit_);
       buf_.resize(capacity_ + kPadding);
     }
   }
   for (;;) {
-    const ssize_t n = ::read(fd_, buf_.data() + end_, capacity_ - end_);
+    if (stopRequested()) {
+      stopped_ = true;
+      return false;
+    }
+    if (!regular_ && !waitReadable()) return false;
+    const ssize_t n = ::read(fd_.get(), buf_.data() + end_, capacity_ - end_);
     if (n > 0) {
       end_ += static_cast<size_t>(n);
       return true;
@@ -73,15 +97,32 @@ bool LogStoreFile::fill() {
       eof_ = true;
       return true;
     }
-    if (errno == EINTR) continue;
+    if (errno == EINTR || errno == EAGAIN) continue;
     readError_ = Error::fromErrno("cannot read " + path_, errno);
     eof_ = true;
     return false;
   }
 }
 
+bool LogStoreFile::waitReadable() {
+  for (;;) {
+    struct pollfd p = {fd_.get(), POLLIN, 0};
+    const int ready = ::poll(&p, 1, kPollMilliseconds);
+    if (ready > 0) return true;  // data, end of file or an error for read()
+    if (ready < 0 && errno != EINTR) {
+      readError_ = Error::fromErrno("cannot read " + path_, errno);
+      eof_ = true;
+      return false;
+    }
+    if (stopRequested()) {
+      stopped_ = true;
+      return false;
+    }
+  }
+}
+
 LogStoreFile::Next LogStoreFile::emit(size_t start, size_t end, std::string_view* record) {
-  if (oversized_) {
+  if (oversized_ || end - start > maxRecordBytes_) {
     oversized_ = false;
     *record = {};
     return Next::Oversized;
@@ -93,8 +134,9 @@ LogStoreFile::Next LogStoreFile::emit(size_t start, size_t end, std::string_view
 }
 
 LogStoreFile::Next LogStoreFile::next(std::string_view* record) {
-  if (fd_ < 0) return Next::End;
+  if (!fd_) return Next::End;
   if (readError_) return Next::Failed;
+  if (stopped_) return Next::Stopped;
   return framing_ == Framing::Lines ? nextLine(record) : nextArrayElement(record);
 }
 
@@ -119,7 +161,7 @@ LogStoreFile::Next LogStoreFile::nextLine(std::string_view* record) {
       if (r == Next::Record && record->empty()) return Next::End;
       return r;
     }
-    if (!fill()) return Next::Failed;
+    if (!fill()) return halted();
   }
 }
 
@@ -198,7 +240,7 @@ LogStoreFile::Next LogStoreFile::nextArrayElement(std::string_view* record) {
       arrayDone_ = true;
       return emit(begin_, end_, record);
     }
-    if (!fill()) return Next::Failed;
+    if (!fill()) return halted();
   }
 }
 

@@ -18,60 +18,60 @@ void AppendText(std::string* s, std::string_view t) {
 
 }  // namespace
 
-void OpenSignpostInterval::countFrame(Date t) {
-  if (t <= beginTime) return;
+void OpenSignpostInterval::countFrame(const SignpostTime& t) {
+  if (SignpostTime::elapsedNanoseconds(beginTime, t) <= 0) return;
   ++frames;
-  if (t > latestFrameTime || framesAtLatestTime == 0) {
+  const int64_t sinceLatest =
+      framesAtLatestTime == 0 ? 1 : SignpostTime::elapsedNanoseconds(latestFrameTime, t);
+  if (sinceLatest > 0) {
     latestFrameTime = t;
     framesAtLatestTime = 1;
-  } else if (t == latestFrameTime) {
+  } else if (sinceLatest == 0) {
     ++framesAtLatestTime;
   }
 }
 
-uint64_t OpenSignpostInterval::framesBefore(Date end) const {
-  if (frames == 0 || latestFrameTime < end) return frames;
+uint64_t OpenSignpostInterval::framesBefore(const SignpostTime& end) const {
+  if (frames == 0 || SignpostTime::elapsedNanoseconds(latestFrameTime, end) > 0) return frames;
   return frames - framesAtLatestTime;
 }
 
-const std::string& SignpostPairingTable::keyOf(const SignpostRecord& r) {
+const std::string& SignpostPairingTable::keyOf(const SignpostEntry& e) {
   // Length-prefixed parts keep ("a", "bc") and ("ab", "c") apart; an
   // absent name differs from an empty one.
   key_.clear();
-  const SignpostRecord::Scope scope = r.scope.value_or(SignpostRecord::Scope::System);
-  key_.push_back(static_cast<char>(scope));
-  uint64_t table = 0;
-  if (scope == SignpostRecord::Scope::Process) table = r.processID.value_or(0);
-  if (scope == SignpostRecord::Scope::Thread) table = r.threadID.value_or(0);
-  AppendU64(&key_, table);
-  AppendU64(&key_, r.signpostID.value_or(0));
-  AppendText(&key_, r.subsystem);
-  AppendText(&key_, r.category);
-  key_.push_back(r.name ? '\1' : '\0');
-  if (r.name) AppendText(&key_, *r.name);
+  key_.push_back(static_cast<char>(e.scope));
+  AppendText(&key_, e.bootID);
+  if (e.scope != SignpostEntry::Scope::System) AppendU64(&key_, e.pid.value_or(0));
+  if (e.scope == SignpostEntry::Scope::Thread) AppendU64(&key_, e.tid.value_or(0));
+  AppendU64(&key_, e.signpostID);
+  AppendText(&key_, e.subsystem);
+  AppendText(&key_, e.category);
+  key_.push_back(e.name ? '\1' : '\0');
+  if (e.name) AppendText(&key_, *e.name);
   return key_;
 }
 
-bool SignpostPairingTable::contains(const SignpostRecord& r) {
-  return open_.find(keyOf(r)) != open_.end();
+bool SignpostPairingTable::contains(const SignpostEntry& e) {
+  return open_.find(keyOf(e)) != open_.end();
 }
 
-bool SignpostPairingTable::open(const SignpostRecord& r, OpenSignpostInterval interval) {
-  return open_.emplace(keyOf(r), std::move(interval)).second;
+bool SignpostPairingTable::open(const SignpostEntry& e, OpenSignpostInterval interval) {
+  return open_.emplace(keyOf(e), std::move(interval)).second;
 }
 
-std::optional<OpenSignpostInterval> SignpostPairingTable::close(const SignpostRecord& r) {
-  auto it = open_.find(keyOf(r));
+std::optional<OpenSignpostInterval> SignpostPairingTable::close(const SignpostEntry& e) {
+  auto it = open_.find(keyOf(e));
   if (it == open_.end()) return std::nullopt;
   std::optional<OpenSignpostInterval> interval(std::move(it->second));
   open_.erase(it);
   return interval;
 }
 
-void SignpostPairingTable::countFrame(const SignpostRecord& r) {
-  if (!r.scope || !r.signpostID) return;
-  auto it = open_.find(keyOf(r));
-  if (it != open_.end()) it->second.countFrame(r.timestamp);
+void SignpostPairingTable::countFrame(const SignpostEntry& e) {
+  if (open_.empty()) return;
+  auto it = open_.find(keyOf(e));
+  if (it != open_.end()) it->second.countFrame(e.time);
 }
 
 }  // namespace lumvane

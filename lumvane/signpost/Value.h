@@ -2,7 +2,7 @@
 // string, a Number, an array of values or a dictionary from string keys to
 // values. Attributes of signpost intervals, telemetry payloads, tasking
 // configurations and the rule tables of the name filter are all made of it,
-// so that the same table can come from code, JSON or a property list.
+// so that the same table can come from code or from a parsed JSON document.
 //
 // Values are immutable, copyable and comparable; a Dictionary is mutable until
 // it is wrapped in a Value.

@@ -1,7 +1,7 @@
 // Turns a process's executable path into the identifier of the bundle that
 // holds it. The path is walked upwards to the first directory whose name
-// begins with the executable's name and a full stop (Foo.app for
-// /Applications/Foo.app/Foo), at most 100 directories, never "/", and that
+// begins with the executable's name and a full stop (Foo.AppDir for
+// /opt/Foo.AppDir/Foo), at most 100 directories, never "/", and that
 // directory's bundle is asked for its identifier.
 //
 // Every outcome, hit or miss, is remembered per path for the life of the

@@ -16,8 +16,11 @@ double MicrosecondsPerTick(const Timebase& timebase) {
 }  // namespace
 
 ReportThrottle::ReportThrottle(ContinuousClock& clock, Sleeper& sleeper)
-    : clock_(clock), sleeper_(sleeper), microsecondsPerTick_(MicrosecondsPerTick(clock.timebase())) {
-  LVLogDebug("%f us, %f mach time units per quantum of %u reported events",
+    : clock_(clock), sleeper_(sleeper) {}
+
+void ReportThrottle::create() {
+  microsecondsPerTick_ = MicrosecondsPerTick(clock_.timebase());
+  LVLogDebug("%f us, %f clock ticks per quantum of %u reported events",
              static_cast<double>(kBudgetMicroseconds), kBudgetMicroseconds / microsecondsPerTick_,
              kEventsPerQuantum);
   quantumStart_ = clock_.now();
@@ -29,6 +32,7 @@ ReportThrottle& ReportThrottle::shared() {
 }
 
 void ReportThrottle::throttleReportedEvent() {
+  std::call_once(created_, [this] { create(); });
   if (++eventsInQuantum_ < kEventsPerQuantum) return;
   const uint64_t ticks = clock_.now() - quantumStart_;
   const double elapsed = microsecondsPerTick_ * static_cast<double>(ticks);

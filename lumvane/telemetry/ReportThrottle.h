@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
 
 #include "lumvane/platform/ContinuousClock.h"
 #include "lumvane/platform/Sleeper.h"
@@ -22,14 +23,18 @@ class ReportThrottle final {
   static constexpr uint32_t kEventsPerQuantum = 10;
   static constexpr float kBudgetMicroseconds = 125000.0f;
 
-  // Starts the first quantum at the clock's current reading and writes the
-  // creation line. `clock` and `sleeper` must outlive the throttle.
+  // Reads nothing and writes nothing: the throttle comes into being on the
+  // first call of throttleReportedEvent(), which reads the timebase, writes
+  // the creation line and starts the first quantum at that moment. So a run
+  // that never reports creates nothing, and the first quantum is measured
+  // from the first event, not from whenever the process or run began.
+  // `clock` and `sleeper` must outlive the throttle.
   ReportThrottle(ContinuousClock& clock, Sleeper& sleeper);
   ReportThrottle(const ReportThrottle&) = delete;
   ReportThrottle& operator=(const ReportThrottle&) = delete;
 
-  // The process-wide throttle on the real clock and sleeper, made on first
-  // use (once, whichever thread comes first) and kept for the process.
+  // The process-wide throttle on the real clock and sleeper, kept for the
+  // process.
   static ReportThrottle& shared();
 
   // Called once before each event is handed over; may sleep.
@@ -42,11 +47,15 @@ class ReportThrottle final {
   }
 
  private:
+  // Once per throttle, under created_, from the first call.
+  void create();
+
   ContinuousClock& clock_;
   Sleeper& sleeper_;
-  const double microsecondsPerTick_;
+  std::once_flag created_;
+  double microsecondsPerTick_ = 0;
   uint64_t eventsInQuantum_ = 0;
-  uint64_t quantumStart_;
+  uint64_t quantumStart_ = 0;
   std::atomic<uint64_t> throttleCount_{0};
   std::atomic<uint64_t> totalSlept_{0};
 };

@@ -27,7 +27,7 @@ bool isTaskedOnConfiguration(const std::optional<Value>& configuration, const st
   const Dictionary* dict = configuration->asDictionary();
   if (!dict) {
     LVLogDebug(
-        "Not reporting based on not being tasked-on by Dovetel (Non-NSDictionary configuration "
+        "Not reporting based on not being tasked-on by Dovetel (Non-dictionary configuration "
         "object)");
     return false;
   }
@@ -58,7 +58,7 @@ bool shouldReportTelemetry() { return shouldReportTelemetry(TaskingGateOptions()
 
 bool shouldReportTelemetry(const TaskingGateOptions& options) {
   if (LVHasInternalDiagnostics("com.orvel.signpost")) {
-    LVLogDebug("Reporting based on os_variant result");
+    LVLogDebug("Reporting based on internal-diagnostics variant result");
     return true;
   }
   return isTaskedOnByDovetel(options);

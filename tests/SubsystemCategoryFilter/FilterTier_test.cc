@@ -81,14 +81,16 @@ TEST(FilterTierDeathTest, BaseOperationsStopTheProcess) {
   FilterRootTier root;
   FilterNameTier leaf;
   const FilterQuery query = Q("S", "C", "N");
+  const std::string file = "lumvane/SubsystemCategoryFilter/LVSubsystemCategoryNameFilter";
   EXPECT_DEATH(root.FilterTier::keyForChildren(query),
-               "\\*\\*\\* Assertion failure in -\\[FilterTier keyForChildren:\\], "
-               "lumvane/SubsystemCategoryFilter/LVSubsystemCategoryNameFilter:[0-9]+: false");
+               "^lumvane_SubsystemCategoryFilter_tests: " + file +
+                   ":[0-9]+: -\\[FilterTier keyForChildren:\\]: Assertion 'false' failed\\.\n");
   EXPECT_DEATH(leaf.newChildInstance(),
-               "\\*\\*\\* Assertion failure in -\\[FilterTier newChildInstance\\], "
-               "lumvane/SubsystemCategoryFilter/LVSubsystemCategoryNameFilter:[0-9]+: false");
+               "^lumvane_SubsystemCategoryFilter_tests: " + file +
+                   ":[0-9]+: -\\[FilterTier newChildInstance\\]: Assertion 'false' failed\\.\n");
   EXPECT_DEATH(LVAssertionFailure("f()", "some/file", 12, "x > 0"),
-               "Assertion failure in f\\(\\), some/file:12: x > 0");
+               "^lumvane_SubsystemCategoryFilter_tests: some/file:12: f\\(\\): "
+               "Assertion 'x > 0' failed\\.\n");
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ class TaggedKey final : public Key {
   using Key::Key;
 
  protected:
-  bool isKindOfThisClass(const Key& other) const override {
+  bool isSameOrDerivedType(const Key& other) const override {
     return dynamic_cast<const TaggedKey*>(&other) != nullptr;
   }
 };

@@ -4,51 +4,102 @@
 
 #include <filesystem>
 
+#include "lumvane/telemetry/BundleIdentifierCache.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
 namespace {
 
-using testing::BundlePropertyList;
+using testing::DesktopEntry;
 using testing::TempDir;
 using testing::WriteFile;
 
-TEST(BundleLookupTest, ReadsXmlAndBinaryListsPreferringContents) {
-  TempDir dir;
-  const std::string xmlApp = dir.file("Xml.app"), binApp = dir.file("Bin.app");
-  std::filesystem::create_directories(xmlApp + "/Contents");
-  std::filesystem::create_directories(binApp);
-  WriteFile(xmlApp + "/Contents/Info.plist", BundlePropertyList("com.example.xml", false));
-  WriteFile(xmlApp + "/Info.plist", BundlePropertyList("com.example.top", false));
-  WriteFile(binApp + "/Info.plist", BundlePropertyList("com.example.bin", true));
-  ASSERT_EQ(BundlePropertyList("x", true).substr(0, 6), "bplist");
-
-  EXPECT_EQ(DefaultBundleLookup().bundleAtPath(xmlApp).bundleIdentifier, "com.example.xml");
-  EXPECT_EQ(DefaultBundleLookup().bundleAtPath(binApp).bundleIdentifier, "com.example.bin");
+// Each case builds an application directory Mailbox.AppDir with the files
+// listed (name, contents; a name ending in "/" is a directory, "@target" a
+// symbolic link) and asks for the identifier of its executable, through the
+// walk and a fresh cache over the real lookup.
+TEST(BundleLookupTest, ApplicationDirectoriesAreNamedByTheirOneApplicationEntry) {
+  const std::string app = DesktopEntry("Application");
+  std::string huge = app;
+  while (huge.size() <= (1u << 20)) huge += "# padding to push the entry over one mebibyte\n";
+  struct File {
+    std::string name, contents;
+  };
+  const struct {
+    const char* what;
+    std::vector<File> files;
+    std::optional<std::string> identifier;
+  } cases[] = {
+      {"one entry", {{"org.example.Mailbox.desktop", app}}, "org.example.Mailbox"},
+      {"none", {{"Mailbox", "#!/bin/sh\n"}, {"README", "x"}}, std::nullopt},
+      {"two", {{"org.example.Mailbox.desktop", app}, {"org.example.Other.desktop", app}},
+       std::nullopt},
+      {"a link entry beside the application",
+       {{"org.example.Help.desktop", DesktopEntry("Link")},
+        {"org.example.Mailbox.desktop", app}},
+       "org.example.Mailbox"},
+      {"an entry with no Type beside the application",
+       {{"org.example.Mailbox.desktop", app}, {"a.b.desktop", "[Other Group]\nKey=1\n"}},
+       "org.example.Mailbox"},
+      {"invalid ID: one element", {{"Mailbox.desktop", app}}, std::nullopt},
+      {"invalid ID: element starts with a digit", {{"org.2mail.Mailbox.desktop", app}},
+       std::nullopt},
+      {"invalid ID: empty element", {{"org..Mailbox.desktop", app}}, std::nullopt},
+      {"malformed entry beside the application",
+       {{"org.example.Mailbox.desktop", app}, {"org.example.Broken.desktop", "Type=Application\n"}},
+       std::nullopt},
+      {"entry over 1 MiB", {{"org.example.Mailbox.desktop", huge}}, std::nullopt},
+      {"not regular: directory and link",
+       {{"org.example.Dir.desktop/", ""},
+        {"org.example.Link.desktop", "@org.example.Mailbox.desktop"},
+        {"org.example.Mailbox.desktop", app}},
+       "org.example.Mailbox"},
+      {"entry below the top only", {{"share/", ""}, {"share/org.example.Mailbox.desktop", app}},
+       std::nullopt},
+      {"other suffix", {{"org.example.Mailbox.desktop~", app}}, std::nullopt},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir dir;
+    const std::string bundle = dir.file("Mailbox.AppDir");
+    std::filesystem::create_directories(bundle + "/usr/bin");
+    for (const File& f : c.files) {
+      const std::string path = bundle + "/" + f.name;
+      if (f.name.back() == '/') {
+        std::filesystem::create_directory(path);
+      } else if (!f.contents.empty() && f.contents[0] == '@') {
+        std::filesystem::create_symlink(f.contents.substr(1), path);
+      } else {
+        WriteFile(path, f.contents);
+      }
+    }
+    BundleIdentifierCache cache(DefaultBundleLookup());
+    testing::ScopedLogCapture quiet;
+    EXPECT_EQ(cache.bundleIdentifierForImagePath(bundle + "/Mailbox"), c.identifier);
+    EXPECT_EQ(cache.bundleIdentifierForImagePath(bundle + "/usr/bin/Mailbox"), c.identifier);
+    EXPECT_TRUE(DefaultBundleLookup().bundleAtPath(bundle).found);
+    // Once looked up, a path is answered from the cache alone.
+    std::filesystem::remove_all(bundle);
+    EXPECT_EQ(cache.bundleIdentifierForImagePath(bundle + "/Mailbox"), c.identifier);
+    EXPECT_FALSE(DefaultBundleLookup().bundleAtPath(bundle).found);
+  }
 }
 
-TEST(BundleLookupTest, TellsNoBundleFromBundleWithoutIdentifier) {
-  TempDir dir;
-  EXPECT_FALSE(DefaultBundleLookup().bundleAtPath(dir.file("missing.app")).found);
-
-  for (const std::string& contents :
-       {std::string("not a property list"),
-        std::string("<plist><dict><key>BundleIdentifier</key><integer>7</integer></dict></plist>"),
-        std::string("<plist><array><string>com.example</string></array></plist>"), std::string()}) {
-    TempDir bundle;
-    WriteFile(bundle.file("Info.plist"), contents);
-    BundleInfo info = DefaultBundleLookup().bundleAtPath(bundle.path());
-    EXPECT_TRUE(info.found) << contents;
-    EXPECT_FALSE(info.bundleIdentifier) << contents;
+TEST(BundleLookupTest, ApplicationIdRules) {
+  const std::string longest = "org." + std::string(251, 'a');
+  const struct {
+    std::string id;
+    bool valid;
+  } cases[] = {
+      {"org.example.Mailbox", true}, {"a.b", true},         {"org.ex-ample_1.X2", true},
+      {"_a.-b", true},               {longest, true},       {longest + "a", false},
+      {"Mailbox", false},            {"", false},           {".a.b", false},
+      {"a.b.", false},               {"a..b", false},       {"org.2mail", false},
+      {"org.ex ample", false},       {"org.ex/ample", false}, {"org.ex\xc3\xa4mple", false},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(IsValidApplicationId(c.id), c.valid) << c.id;
   }
-
-  // A list over 1 MiB is never read, even when it would name an identifier.
-  std::string big = BundlePropertyList("com.example.big", false);
-  big.insert(big.find("<plist"), std::string((1 << 20) + 1, ' '));
-  WriteFile(dir.file("Info.plist"), big);
-  EXPECT_FALSE(DefaultBundleLookup().bundleAtPath(dir.path()).bundleIdentifier);
-  WriteFile(dir.file("Info.plist"), BundlePropertyList("com.example.big", false));
-  EXPECT_EQ(DefaultBundleLookup().bundleAtPath(dir.path()).bundleIdentifier, "com.example.big");
 }
 
 }  // namespace

@@ -1,9 +1,13 @@
 #include "lumvane/platform/DovetelConfigurationObserver.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
+#include <future>
 #include <vector>
 
 #include "lumvane/platform/CountingSemaphore.h"
@@ -85,6 +89,41 @@ TEST(DovetelConfigurationObserverTest, DeliversFileContentsAndChanges) {
   EXPECT_EQ(Deliveries(delegate->deliveries.begin() + 3, delegate->deliveries.end()),
             (Deliveries{{Value(Dictionary{{"TaskedOn", Number::fromUInt64(0)}}), "missing"},
                         {Value(Array{}), "obj"}}));
+}
+
+// A FIFO or a directory in place of a configuration file is refused at once
+// with its path: the run's gate must not hang before its own timeout starts.
+TEST(DovetelConfigurationObserverTest, RefusesSpecialFilesWithoutBlocking) {
+  testing::TempDir dovetel;
+  const std::string dir = dovetel.file("configurations");
+  std::filesystem::create_directories(dir + "/directory.json");
+  ASSERT_EQ(mkfifo((dir + "/fifo.json").c_str(), 0600), 0);
+
+  testing::ScopedLogCapture capture;
+  auto queue = NewSerialWorkQueue("lumvane configuration observing queue");
+  auto delegate = std::make_shared<RecordingDelegate>(queue);
+  auto observer = NewDovetelConfigurationObserver(dovetel.path());
+  observer->setConfigurationObserverDelegate(delegate, queue);
+  auto started = std::async(std::launch::async, [&] {
+    observer->startObservingConfigurationType("fifo");
+    observer->startObservingConfigurationType("directory");
+  });
+  if (started.wait_for(std::chrono::seconds(3)) != std::future_status::ready) {
+    ADD_FAILURE() << "blocked on the FIFO";
+    // Free it, and take the FIFO away before the watcher sees the writer go.
+    int writer = open((dir + "/fifo.json").c_str(), O_WRONLY | O_NONBLOCK);
+    started.wait();
+    unlink((dir + "/fifo.json").c_str());
+    close(writer);
+  }
+  queue->sync([] {});
+  EXPECT_TRUE(delegate->deliveries.empty());
+  EXPECT_EQ(capture.log().messages(),
+            (std::vector<std::string>{
+                "Could not read configuration file " + dir + "/fifo.json: cannot read " + dir +
+                    "/fifo.json: not a regular file",
+                "Could not read configuration file " + dir + "/directory.json: cannot read " + dir +
+                    "/directory.json: not a regular file"}));
 }
 
 }  // namespace

@@ -1,11 +1,22 @@
 #include "lumvane/platform/DovetelEventSink.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cmath>
+#include <cstring>
+#include <functional>
 #include <limits>
+#include <optional>
 
 #include "lumvane/platform/DovetelEventReader.h"
+#include "lumvane/platform/UniqueFd.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -58,11 +69,15 @@ TEST(DovetelEventSinkTest, AppendsLinesThatReadBackWithOrderKindsAndEscaping) {
                         {"F32", Number::fromDouble(0.1)}, {"Whole", Number::fromDouble(3.0)},
                         {"F64", Number::fromDouble(1.5)}, {"On", Number::fromBool(true)}}));
 
-  // A torn last line (a crash mid-write) is skipped and counted.
-  WriteFile(eventsDir + "/events.ndjson", raw + "{\"name\": \"torn\", \"payl");
+  // Lines that are not one whole event object are skipped and counted: two
+  // events glued together, an object with trailing bytes, a non-object and
+  // a torn last line (a crash mid-write).
+  WriteFile(eventsDir + "/events.ndjson",
+            raw + "{\"name\": \"a\", \"payload\": {}}{\"name\": \"b\", \"payload\": {}}\n" +
+                "{\"name\": \"c\", \"payload\": {}} x\n[\"d\"]\n{\"name\": \"torn\", \"payl");
   file = ReadDovetelEvents(eventsDir + "/events.ndjson");
   EXPECT_EQ(file.events.size(), 2u);
-  EXPECT_EQ(file.skippedLines, 1u);
+  EXPECT_EQ(file.skippedLines, 4u);
 }
 
 TEST(DovetelEventSinkTest, FailedSendIsLoggedAndLaterSendsTryAgain) {
@@ -86,6 +101,168 @@ TEST(DovetelEventSinkTest, FailedSendIsLoggedAndLaterSendsTryAgain) {
   ASSERT_EQ(file.events.size(), 1u);
   EXPECT_EQ(file.events[0].name, "kept");
   EXPECT_TRUE(ReadDovetelEvents(dir.file("none.ndjson")).error);
+}
+
+// An event file of whole lines and a partial one: before its first append, a
+// new sink cuts exactly the partial line away and says how much it removed.
+TEST(DovetelEventSinkTest, FirstAppendCutsAPartialLastLine) {
+  const std::string whole = "{\"name\": \"old\", \"payload\": {}, \"sent\": 1}\n";
+  const std::string longTorn = "{\"name\": \"torn\", \"payload\": {\"k\": \"" +
+                               std::string(5000, 'x');  // crosses the 4 KiB read blocks
+  struct Case {
+    const char* what;
+    std::optional<std::string> before;  // absent: no file yet
+    std::string kept;
+    long long removed;  // 0: nothing cut, nothing logged
+  } cases[] = {
+      {"no file", std::nullopt, "", 0},
+      {"empty file", "", "", 0},
+      {"whole lines", whole + whole, whole + whole, 0},
+      {"torn after a whole line", whole + "{\"name\": \"torn\", \"payl", whole, 22},
+      {"only a torn line", "{\"na", "", 4},
+      {"whole object without its line feed", whole + whole.substr(0, whole.size() - 1), whole,
+       static_cast<long long>(whole.size() - 1)},
+      {"torn line longer than a read block", whole + longTorn, whole, 5035},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir dir;
+    const std::string path = dir.file("events.ndjson");
+    if (c.before) WriteFile(path, *c.before);
+    ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.path().c_str());
+    ScopedLogCapture capture;
+    NewFileDovetelEventSink()->sendEvent("next", Dictionary{{"k", "v"}});
+
+    const std::string after = ReadFile(path);
+    ASSERT_EQ(after.compare(0, c.kept.size(), c.kept), 0) << after;
+    const std::string added = after.substr(c.kept.size());
+    EXPECT_EQ(added.rfind("{\"name\": \"next\", \"payload\": {\"k\": \"v\"}, \"sent\": ", 0), 0u)
+        << added;
+    EXPECT_EQ(added.find('\n'), added.size() - 1) << added;
+    std::vector<std::string> expectedLog;
+    if (c.removed > 0) {
+      expectedLog.push_back("Removed a partial last line of " + std::to_string(c.removed) +
+                            " bytes from " + path);
+    }
+    EXPECT_EQ(capture.log().messages(), expectedLog);
+  }
+}
+
+TEST(DovetelEventSinkTest, RefusesALinkOrAFifoInPlaceOfTheEventFile) {
+  TempDir dir;
+  const std::string path = dir.file("events.ndjson");
+  ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.path().c_str());
+  auto sink = NewFileDovetelEventSink();
+  struct Case {
+    const char* what;
+    std::function<void()> plant;
+    std::string error;
+  } cases[] = {
+      {"symbolic link",
+       [&] { ASSERT_EQ(::symlink(dir.file("elsewhere").c_str(), path.c_str()), 0); },
+       "cannot open " + path + ": it is a symbolic link"},
+      {"FIFO", [&] { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); },
+       "cannot append to " + path + ": not a regular file"},
+  };
+  WriteFile(dir.file("elsewhere"), "");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    ::unlink(path.c_str());
+    c.plant();
+    // A reader on the FIFO, so that a sink that does open it for writing
+    // neither blocks nor fails there; whatever it wrote stays readable.
+    UniqueFd reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW));
+    ScopedLogCapture capture;
+    sink->sendEvent("refused", Dictionary{});
+    EXPECT_EQ(capture.log().messages(),
+              std::vector<std::string>{"Could not send telemetry event refused: " + c.error});
+    EXPECT_EQ(ReadFile(dir.file("elsewhere")), "");
+    char byte;
+    if (reader) {
+      EXPECT_LT(::read(reader.get(), &byte, 1), 1);
+    }
+  }
+}
+
+// Runs `body` in a child process with its own user and mount namespaces and
+// a tmpfs of `bytes` on `dir`, and answers what the body answered. Absent,
+// with the reason in *whyNot, where the machine allows no namespace.
+std::optional<std::string> RunOnTinyTmpfs(const std::string& dir, size_t bytes,
+                                          const std::function<std::string()>& body,
+                                          std::string* whyNot) {
+  int fds[2];
+  if (::pipe(fds) != 0) {
+    *whyNot = "pipe failed";
+    return std::nullopt;
+  }
+  const uid_t uid = ::getuid();
+  const gid_t gid = ::getgid();
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::close(fds[0]);
+    auto say = [&](const std::string& text, int status) {
+      (void)!::write(fds[1], text.data(), text.size());
+      ::_exit(status);
+    };
+    auto put = [&](const char* file, const std::string& text) {
+      UniqueFd fd(::open(file, O_WRONLY));
+      return fd && ::write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    };
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
+      say(std::string("unshare: ") + std::strerror(errno), 3);
+    }
+    if (!put("/proc/self/setgroups", "deny") ||
+        !put("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
+        !put("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1")) {
+      say("cannot map the user", 3);
+    }
+    const std::string size = "size=" + std::to_string(bytes);
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()) != 0) {
+      say(std::string("mount: ") + std::strerror(errno), 3);
+    }
+    say(body(), 0);
+  }
+  ::close(fds[1]);
+  std::string answer;
+  char buf[4096];
+  ssize_t n;
+  while ((n = ::read(fds[0], buf, sizeof buf)) > 0) answer.append(buf, static_cast<size_t>(n));
+  ::close(fds[0]);
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return answer;
+  *whyNot = answer.empty() ? "the child failed" : answer;
+  return std::nullopt;
+}
+
+TEST(DovetelEventSinkTest, FullDiskLogsTheSystemsReasonAndLeavesWholeLines) {
+  TempDir dir;
+  const std::string path = dir.file("events.ndjson");
+  std::string whyNot;
+  // One 4 KiB page: the append that crosses its end is written short.
+  std::optional<std::string> answer = RunOnTinyTmpfs(dir.path(), 4096, [&] {
+    ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.path().c_str());
+    ScopedLogCapture capture;
+    auto sink = NewFileDovetelEventSink();
+    int sent = 0;
+    while (sent < 100 && capture.log().records().empty()) {
+      sink->sendEvent("e" + std::to_string(sent), Dictionary{{"k", std::string(150, 'v')}});
+      ++sent;
+    }
+    std::vector<std::string> log = capture.log().messages();
+    DovetelEventFile file = ReadDovetelEvents(path);
+    const std::string raw = ReadFile(path);
+    const bool whole = raw.empty() || raw.back() == '\n';
+    return std::to_string(sent - 1) + " " + std::to_string(file.events.size()) + " " +
+           std::to_string(file.skippedLines) + (whole ? " whole\n" : " torn\n") +
+           (log.empty() ? "" : log[0]);
+  }, &whyNot);
+  if (!answer) GTEST_SKIP() << "no private mount namespace: " << whyNot;
+  // Lines of 213 bytes (e0 to e9) and 214 bytes (from e10, with a 16-digit
+  // "sent"): 19 fit in 4096 bytes, e19 is refused and leaves nothing.
+  EXPECT_EQ(*answer, "19 19 0 whole\nCould not send telemetry event e19: cannot write to " + path +
+                         ": No space left on device");
 }
 
 }  // namespace

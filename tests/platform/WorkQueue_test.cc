@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -66,6 +67,20 @@ TEST(CountingSemaphoreTest, SignalsAreCountedAndTimedWaitTimesOut) {
   std::thread t([&] { sem.signal(); });
   sem.wait();
   t.join();
+}
+
+// The waiter owns the semaphore and ends its life the moment the count is
+// taken, while the signalling thread may still be on its way out of
+// signal(). A semaphore that notified after unlocking would be touched after
+// its destruction here; ThreadSanitizer and AddressSanitizer builds report it.
+TEST(CountingSemaphoreTest, WaiterMayDestroyItAsSoonAsTheCountIsTaken) {
+  for (int i = 0; i < 300; ++i) {
+    auto sem = std::make_unique<CountingSemaphore>();
+    std::thread signaller([raw = sem.get()] { raw->signal(); });
+    ASSERT_TRUE(sem->waitFor(std::chrono::seconds(10)));
+    sem.reset();
+    signaller.join();
+  }
 }
 
 }  // namespace

@@ -1,13 +1,17 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <future>
 #include <thread>
+#include <utility>
 #include <vector>
 
-#include "lumvane/signpost/LogStoreTimestamp.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -17,35 +21,60 @@ using ::testing::HasSubstr;
 using testing::TempDir;
 using testing::WriteFile;
 
-const Date kBase = *ParseLogStoreTimestamp("2024-05-01 10:00:00.000000+0000");
+constexpr uint64_t kBaseUsec = 1714557600000000;  // 2024-05-01 10:00:00 UTC
+const Date kBase{std::chrono::microseconds(kBaseUsec)};
 const Date kFrom = kBase - std::chrono::hours(1), kTo = kBase + std::chrono::hours(1);
+constexpr char kBoot[] = "5d1c0de5b0075a3e8e6f1a2b3c4d5e6f";
 
-// One signpost record; the fields a test does not set get ordinary values.
-struct R {
-  double at = 0;  // seconds after kBase
-  std::string type = "event", id = "1", name = "Load", scope = "process", sub = "com.test",
-              cat = "ui", fmt = "", msg = "", path = "/usr/bin/tester";
-  int pid = 100, tid = 1000;
-  R& t(double s) { return at = s, *this; }
-  R& kind(std::string k) { return type = std::move(k), *this; }
-  R& sid(std::string i) { return id = std::move(i), *this; }
-  R& in(std::string s, int p, int th) { return scope = std::move(s), pid = p, tid = th, *this; }
-  R& text(std::string f, std::string m) { return fmt = std::move(f), msg = std::move(m), *this; }
+// One entry as journalctl writes it in JSON: every value a string, unless a
+// test puts raw JSON in. Fields a test does not set get ordinary values.
+struct E {
+  std::vector<std::pair<std::string, std::string>> fields;  // key, JSON value
+  E() {
+    set("MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31");
+    set("_BOOT_ID", kBoot).set("_PID", "100").set("_EXE", "/usr/bin/tester");
+    set("_COMM", "tester").set("SIGNPOST_TID", "1000");
+    set("SIGNPOST_TYPE", "event").set("SIGNPOST_ID", "1").set("SIGNPOST_SCOPE", "process");
+    set("SIGNPOST_SUBSYSTEM", "com.test").set("SIGNPOST_CATEGORY", "ui");
+    set("SIGNPOST_NAME", "Load");
+    t(0);
+  }
+  E& raw(const std::string& k, const std::string& json) {
+    for (auto& f : fields) {
+      if (f.first == k) return f.second = json, *this;
+    }
+    fields.emplace_back(k, json);
+    return *this;
+  }
+  E& set(const std::string& k, const std::string& v) { return raw(k, "\"" + v + "\""); }
+  E& drop(const std::string& k) {
+    for (size_t i = 0; i < fields.size(); ++i) {
+      if (fields[i].first == k) fields.erase(fields.begin() + i);
+    }
+    return *this;
+  }
+  // Seconds after kBase on the wall clock; the monotonic clock runs along.
+  E& t(double s) {
+    const auto us = static_cast<int64_t>(s * 1e6);
+    set("__REALTIME_TIMESTAMP", std::to_string(kBaseUsec + us));
+    return set("__MONOTONIC_TIMESTAMP", std::to_string(5000000000 + us));
+  }
+  E& kind(const std::string& k) { return set("SIGNPOST_TYPE", k); }
+  E& sid(const std::string& i) { return set("SIGNPOST_ID", i); }
+  E& in(const std::string& scope, int pid, int tid) {
+    return set("SIGNPOST_SCOPE", scope).set("_PID", std::to_string(pid))
+        .set("SIGNPOST_TID", std::to_string(tid));
+  }
   std::string json() const {
-    const Date d = kBase + std::chrono::microseconds(static_cast<int64_t>(at * 1e6));
-    return "{\"timestamp\":\"" + FormatLogStoreTimestamp(d, 120) +
-           "\",\"eventType\":\"signpostEvent\",\"signpostType\":\"" + type +
-           "\",\"signpostID\":" + id + ",\"signpostName\":\"" + name + "\",\"signpostScope\":\"" +
-           scope + "\",\"subsystem\":\"" + sub + "\",\"category\":\"" + cat +
-           "\",\"processID\":" + std::to_string(pid) + ",\"threadID\":" + std::to_string(tid) +
-           ",\"processImagePath\":\"" + path + "\",\"formatString\":\"" + fmt +
-           "\",\"eventMessage\":\"" + msg + "\"}";
+    std::string s = "{";
+    for (const auto& [k, v] : fields) s += (s.size() > 1 ? "," : "") + ("\"" + k + "\":" + v);
+    return s + "}";
   }
 };
 
-std::string Lines(const std::vector<R>& records) {
+std::string Lines(const std::vector<E>& entries) {
   std::string s;
-  for (const R& r : records) s += r.json() + "\n";
+  for (const E& e : entries) s += e.json() + "\n";
   return s;
 }
 
@@ -73,8 +102,8 @@ struct StoreRun {
     extractor.setAnimationIntervalCompletionProcessingBlock(Keep(&animations));
     extractor.setEmitEventProcessingBlock(Keep(&events));
     if (!contents) return;
-    WriteFile(dir.file("s.ndjson"), *contents);
-    read(dir.file("s.ndjson"), start, end);
+    WriteFile(dir.file("s.json"), *contents);
+    read(dir.file("s.json"), start, end);
   }
   StoreRun& read(const std::optional<std::string>& path, Date start = kFrom, Date end = kTo) {
     ok = extractor.processLogArchiveWithPath(path, start, end, &error);
@@ -83,30 +112,33 @@ struct StoreRun {
   const LogStoreReadStatistics& stats() const { return extractor.lastReadStatistics(); }
 };
 
-TEST(LogStoreExtractorTest, PairsWithinTheTableOfEachScope) {
-  StoreRun run(Lines({R().t(1).kind("begin").sid("7").in("process", 1, 10),
-                      R().t(2).kind("end").sid("7").in("process", 2, 10),   // other process
-                      R().t(3).kind("end").sid("7").in("process", 1, 11),   // same process
-                      R().t(1).kind("begin").sid("8").in("thread", 1, 10),
-                      R().t(2).kind("end").sid("8").in("thread", 1, 11),    // other thread
-                      R().t(4).kind("end").sid("8").in("thread", 2, 10),    // same thread
-                      R().t(1).kind("begin").sid("9").in("system", 1, 10),
-                      R().t(6).kind("end").sid("9").in("system", 3, 30)}));  // anywhere
+TEST(LogStoreExtractorTest, PairsWithinTheTableOfEachScopeAndBoot) {
+  const std::string otherBoot = "00000000000000000000000000000002";
+  StoreRun run(Lines({E().t(1).kind("begin").sid("7").in("process", 1, 10),
+                      E().t(2).kind("end").sid("7").in("process", 2, 10),   // other process
+                      E().t(3).kind("end").sid("7").in("process", 1, 11),   // same process
+                      E().t(1).kind("begin").sid("8").in("thread", 1, 10),
+                      E().t(2).kind("end").sid("8").in("thread", 1, 11),    // other thread
+                      E().t(4).kind("end").sid("8").in("thread", 1, 10),    // same thread
+                      E().t(1).kind("begin").sid("9").in("system", 1, 10),
+                      E().t(2).kind("end").sid("9").in("system", 3, 30).set("_BOOT_ID", otherBoot),
+                      E().t(6).kind("end").sid("9").in("system", 3, 30),   // any process
+                      E().t(1).kind("begin").sid("4").set("SIGNPOST_NAME", "Other"),
+                      E().t(2).kind("end").sid("4")}));                   // other name
   ASSERT_TRUE(run.ok);
   ASSERT_EQ(run.intervals.size(), 3u);
   EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.0f);
   EXPECT_FLOAT_EQ(run.intervals[1]->durationSeconds(), 3.0f);
   EXPECT_FLOAT_EQ(run.intervals[2]->durationSeconds(), 5.0f);
-  EXPECT_EQ(run.stats().unmatchedEnds, 2u);
-  EXPECT_EQ(*run.intervals[0]->beginEvent()->processName(), "tester");
-  EXPECT_EQ(*run.intervals[0]->endEvent()->processImagePath(), "/usr/bin/tester");
+  EXPECT_EQ(run.stats().unmatchedEnds, 4u);
+  EXPECT_EQ(run.stats().unclosedBegins, 1u);
 }
 
 TEST(LogStoreExtractorTest, KeepsTheFirstBeginAndNeedsBeginStrictlyBeforeEnd) {
   testing::ScopedLogCapture capture;
-  StoreRun run(Lines({R().t(1).kind("begin"), R().t(2).kind("begin"), R().t(4).kind("end"),
-                      R().t(4).kind("end"), R().t(5).kind("begin"), R().t(5).kind("end"),
-                      R().t(7).kind("begin").sid("2")}));
+  StoreRun run(Lines({E().t(1).kind("begin"), E().t(2).kind("begin"), E().t(4).kind("end"),
+                      E().t(4).kind("end"), E().t(5).kind("begin"), E().t(5).kind("end"),
+                      E().t(7).kind("begin").sid("2")}));
   ASSERT_EQ(run.intervals.size(), 1u);
   EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 3.0f);
   // The line is written from the statistics, so it checks both.
@@ -115,139 +147,224 @@ TEST(LogStoreExtractorTest, KeepsTheFirstBeginAndNeedsBeginStrictlyBeforeEnd) {
                                                "1 non-positive intervals, 1 unclosed begins")));
 }
 
+TEST(LogStoreExtractorTest, DurationsFromBoottimeWhenBothSidesCarryItElseMonotonic) {
+  // The wall clock says 100 s in each case; it must never be the one read.
+  auto pair = [](const std::string& id, std::optional<std::string> b, std::optional<std::string> e,
+                 double monoEnd) {
+    E begin = E().t(0).kind("begin").sid(id), end = E().t(100).kind("end").sid(id);
+    end.set("__MONOTONIC_TIMESTAMP", std::to_string(5000000000 + uint64_t(monoEnd * 1e6)));
+    if (b) begin.set("SIGNPOST_BOOTTIME_NSEC", *b);
+    if (e) end.set("SIGNPOST_BOOTTIME_NSEC", *e);
+    return Lines({begin, end});
+  };
+  StoreRun run(pair("1", "1000000000", "3500000000", 7) + pair("2", "1000000000", std::nullopt, 7) +
+               pair("3", std::nullopt, "9", 0.25));
+  ASSERT_EQ(run.intervals.size(), 3u);
+  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.5f);
+  EXPECT_FLOAT_EQ(run.intervals[1]->durationSeconds(), 7.0f);
+  EXPECT_FLOAT_EQ(run.intervals[2]->durationSeconds(), 0.25f);
+}
+
 TEST(LogStoreExtractorTest, AnimationCountsFramesStrictlyInsideAndEventsStillArrive) {
-  StoreRun run(Lines({R().t(1).kind("begin").text("", "isAnimation=YES"), R().t(1),  // at begin
-                      R().t(1.5), R().t(2), R().t(2).sid("5"), R().t(2.5),
-                      R().t(3),  // at the end: not inside
-                      R().t(3).kind("end"),
-                      R().t(4).kind("begin").text("isAnimation=YES", ""),  // via the format
-                      R().t(4.5).kind("end")}));
-  EXPECT_TRUE(run.intervals.empty());
+  StoreRun run(Lines({E().t(1).kind("begin").set("SIGNPOST_ANIMATION", "1"), E().t(1),  // at begin
+                      E().t(1.5), E().t(2), E().t(2).sid("5"), E().t(2.5),
+                      E().t(3),  // at the end: not inside
+                      E().t(3).kind("end"),
+                      E().t(4).kind("begin").set("SIGNPOST_ANIMATION", "1"),
+                      E().t(4.5).kind("end").set("SIGNPOST_ANIMATION", "1"),
+                      E().t(5).kind("begin").set("SIGNPOST_ANIMATION", "yes"),
+                      E().t(6).kind("end")}));
+  ASSERT_EQ(run.intervals.size(), 1u);  // only "1" opens an animation
   ASSERT_EQ(run.animations.size(), 2u);
   EXPECT_FLOAT_EQ(run.animations[0]->frameRate(), 1.5f);  // 3 frames in 2 s
   EXPECT_FLOAT_EQ(run.animations[1]->frameRate(), 0.0f);
   EXPECT_EQ(run.events.size(), 6u);
 }
 
-TEST(LogStoreExtractorTest, TelemetrySwitchInMessageFormatBeginOrEnd) {
-  StoreRun run(Lines({R().t(1).text("x", "a enableTelemetry=YES b"),
-                      R().t(1).text("enableTelemetry=YES", ""),
-                      R().t(1).text("enableTelemetry=YES", "message without it"),
-                      R().t(2).kind("begin").sid("1"),
-                      R().t(3).kind("end").sid("1").text("", "enableTelemetry=YES"),
-                      R().t(2).kind("begin").sid("2").text("enableTelemetry=YES", ""),
-                      R().t(3).kind("end").sid("2"), R().t(2).kind("begin").sid("3"),
-                      R().t(3).kind("end").sid("3")}));
+TEST(LogStoreExtractorTest, TelemetryOnTheEventOrEitherSideOfTheInterval) {
+  StoreRun run(Lines({E().t(1).set("SIGNPOST_TELEMETRY", "1"), E().t(1).set("SIGNPOST_TELEMETRY", "0"),
+                      E().t(1).set("SIGNPOST_TELEMETRY", "true"),
+                      E().t(2).kind("begin").sid("1"),
+                      E().t(3).kind("end").sid("1").set("SIGNPOST_TELEMETRY", "1"),
+                      E().t(2).kind("begin").sid("2").set("SIGNPOST_TELEMETRY", "1"),
+                      E().t(3).kind("end").sid("2"), E().t(2).kind("begin").sid("3"),
+                      E().t(3).kind("end").sid("3")}));
   ASSERT_EQ(run.intervals.size(), 3u);
   std::vector<bool> enabled;  // events, then intervals
   for (const auto& e : run.events) enabled.push_back(e->telemetryEnabled());
   for (const auto& i : run.intervals) enabled.push_back(i->telemetryEnabled());
-  EXPECT_EQ(enabled, (std::vector<bool>{true, true, false, true, true, false}));
+  EXPECT_EQ(enabled, (std::vector<bool>{true, false, false, true, true, false}));
   EXPECT_FALSE(run.intervals[0]->beginEvent()->telemetryEnabled());
 }
 
-TEST(LogStoreExtractorTest, IntervalArgumentsPreferTheBeginSlotBySlot) {
-  const std::string fmtB =
-      "Path=%{public,signpost.telemetry:string1}s Id=%{signpost.description:attribute}s";
-  const std::string fmtE =
-      "Path=%{public,signpost.telemetry:string1}s n=%{signpost.telemetry:number1}d "
-      "Id=%{signpost.description:attribute}s Mode=%{signpost.description:attribute}s";
-  StoreRun run(Lines({R().t(1).kind("begin").text(fmtB, "Path=Root Id=com.begin"),
-                      R().t(2).kind("end").text(fmtE, "Path=Ext n=-3 Id=com.end Mode=fast")}));
+TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAndAttributesComeFromBoth) {
+  E begin = E().t(1).kind("begin").set("SIGNPOST_STRING1_NAME", "Path")
+                .set("SIGNPOST_STRING1_VALUE", "Root").set("SIGNPOST_NUMBER1_NAME", "n")
+                .raw("SIGNPOST_ATTRIBUTE", R"(["Id=com.begin",[69,113,61,97,61,98],"Twice=1","Twice=2"])");
+  E end = E().t(2).kind("end").set("SIGNPOST_STRING1_NAME", "Path")
+              .set("SIGNPOST_STRING1_VALUE", "Ext").set("SIGNPOST_NUMBER1_NAME", "n")
+              .set("SIGNPOST_NUMBER1_VALUE", "-3").set("SIGNPOST_STRING2_NAME", "Half")
+              .raw("SIGNPOST_ATTRIBUTE", R"(["Id=com.end","Mode=fast","NoEquals"])")
+              .set("_PID", "99").set("OBJECT_PID", "100").set("OBJECT_EXE", "/usr/bin/script");
+  StoreRun run(Lines({begin, end}));
   ASSERT_EQ(run.intervals.size(), 1u);
   const SignpostInterval& i = *run.intervals[0];
-  EXPECT_EQ(*i.string1Name(), "Path");
   EXPECT_EQ(*i.string1Value(), "Root");
-  EXPECT_EQ(*i.number1Name(), "n");
-  EXPECT_EQ(*i.number1Value(), Number::fromInt64(-3));
-  EXPECT_FALSE(i.string2Name());
-  EXPECT_EQ(i.attributes(), (Dictionary{{"Id", "com.begin"}, {"Mode", "fast"}}));
+  EXPECT_EQ(*i.number1Value(), Number::fromInt64(-3));  // the begin has a name but no value
+  EXPECT_FALSE(i.string2Name());                          // a name without a value fills nothing
+  // "Eq=a=b" came as byte numbers; "Twice" has no winner and "NoEquals" no value.
+  EXPECT_EQ(i.attributes(), (Dictionary{{"Id", "com.begin"}, {"Eq", "a=b"}, {"Mode", "fast"}}))
+      << Value(i.attributes()).description();
   EXPECT_EQ(*i.endEvent()->string1Value(), "Ext");
+  EXPECT_EQ(*i.beginEvent()->processName(), "tester");
+  EXPECT_EQ(*i.endEvent()->processImagePath(), "/usr/bin/script");
+  EXPECT_FALSE(i.endEvent()->processName());  // OBJECT_COMM not given: no fallback to _COMM
 }
 
 TEST(LogStoreExtractorTest, IdentifiersAbove2To63KeepEveryBit) {
-  std::string alt = R().t(4).kind("begin").sid("9223372036854775809").json();
-  alt.replace(alt.find("signpostID"), 10, "signpostIdentifier");
-  StoreRun run(Lines({R().t(1).kind("begin").sid("18446744073709551615"),
-                      R().t(2).kind("end").sid("18446744073709551614"),  // equal as doubles
-                      R().t(3).kind("end").sid("18446744073709551615")}) +
-               alt + "\n" + R().t(5).kind("end").sid("9223372036854775809").json());
+  StoreRun run(Lines({E().t(1).kind("begin").sid("18446744073709551615"),
+                      E().t(2).kind("end").sid("18446744073709551614"),  // equal as doubles
+                      E().t(3).kind("end").sid("18446744073709551615"),
+                      E().t(4).kind("begin").sid("9223372036854775809"),
+                      E().t(5).kind("end").sid("9223372036854775809")}));
   ASSERT_EQ(run.intervals.size(), 2u);
   EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.0f);
   EXPECT_EQ(run.stats().unmatchedEnds, 1u);
 }
 
-TEST(LogStoreExtractorTest, ReadsJsonArrayFilesAcrossSmallChunks) {
-  const std::string tricky = R().t(2).text("", "braces } ] { and \\\"quotes\\\", commas").json();
-  const std::string store = "\n  [\n" + R().t(1).kind("begin").json() + ",\n  " + tricky +
-                            " , 42, \"text\",\n" + R().t(3).kind("end").json() + "\n]\n";
-  for (size_t chunk : {size_t{0}, size_t{16}, size_t{100}}) {
-    StoreRun run(store, chunk);
-    ASSERT_TRUE(run.ok);
-    EXPECT_EQ(run.intervals.size(), 1u) << chunk;
-    EXPECT_EQ(run.events.size(), 1u) << chunk;
-    EXPECT_EQ(run.stats().nonObjectLines, 2u) << chunk;
+TEST(LogStoreExtractorTest, NumberArgumentsReadAsIntegerElseJsonFloatElseEmpty) {
+  const std::vector<std::pair<std::string, std::optional<Number>>> cases = {
+      {"42", Number::fromInt64(42)},
+      {"+7", Number::fromInt64(7)},
+      {"-9223372036854775808", Number::fromInt64(INT64_MIN)},
+      {"9223372036854775808", Number::fromUInt64(9223372036854775808u)},
+      {"18446744073709551615", Number::fromUInt64(UINT64_MAX)},
+      {"18446744073709551616", Number::fromDouble(18446744073709551616.0)},
+      {"-9223372036854775809", Number::fromDouble(-9223372036854775809.0)},
+      {"0.5", Number::fromDouble(0.5)},
+      {"-1.25e2", Number::fromDouble(-125.0)},
+      {"+18446744073709551615", std::nullopt},  // a sign asks for signed 64 bits
+      {"+1.5", std::nullopt}, {"1.", std::nullopt}, {".5", std::nullopt},
+      {"01.5", std::nullopt}, {"1e400", std::nullopt}, {"nan", std::nullopt},
+      {"inf", std::nullopt}, {"0x10", std::nullopt}, {"1 ", std::nullopt}, {"", std::nullopt},
+      {"--1", std::nullopt}};
+  for (const auto& [text, expected] : cases) {
+    StoreRun run(E().t(1).set("SIGNPOST_NUMBER2_NAME", "n").set("SIGNPOST_NUMBER2_VALUE", text)
+                     .json());
+    ASSERT_EQ(run.events.size(), 1u) << text;
+    EXPECT_EQ(run.events[0]->number2Value(), expected) << text;
   }
 }
 
-TEST(LogStoreExtractorTest, PassesOverTextBrokenAndIncompleteRecordsAndTheTrailer) {
-  std::string noSubsystem = R().t(2).json();
-  noSubsystem.replace(noSubsystem.find("\"subsystem\""), 11, "\"subsys\"");
+TEST(LogStoreExtractorTest, ReadsEveryValueShapeOfTheJsonForm) {
+  // A repeated name holding equal values is one value; a byte array is text
+  // when it decodes to text; null is an absent value; keys may be escaped.
   const std::string store =
-      "Signpost export of the last day\r\n\nfields: timestamp, type\n" + R().t(1).json() +
-      "\n{\"timestamp\": \"2024-05-01 12:00:01\n" + noSubsystem + "\n" +
-      "{\"timestamp\":\"yesterday\",\"eventType\":\"signpostEvent\"}\n" +
-      "{\"timestamp\":\"2024-05-01 12:00:03.5+0200\",\"eventType\":\"logEvent\"}\n" +
-      R().t(4).kind("begin").in("process", 1, 1).json() + "\n" +
-      R().t(5).kind("end").in("process", 1, 1).json() + "\n{\"count\":9,\"finished\":1}\n";
+      E().t(1).raw("SIGNPOST_SUBSYSTEM", "[99,111,109,46,116]")
+          .raw("SIGNPOST_NAME", R"(["Load","Load"])").raw("_EXE", "null").json() + "\n" +
+      E().t(2).drop("SIGNPOST_CATEGORY").raw("SIGNPOST\\u005fCATEGORY", "\"ui\"")
+          .set("SIGNPOST_STRING1_NAME", "Q").set("SIGNPOST_STRING1_VALUE", "\\\"x\\\" \\u00e9")
+          .json() + "\n";
   for (size_t chunk : {size_t{0}, size_t{32}}) {
     StoreRun run(store, chunk);
-    ASSERT_TRUE(run.ok);
-    EXPECT_EQ(run.events.size(), 1u);
-    EXPECT_EQ(run.intervals.size(), 1u);
-    const LogStoreReadStatistics& s = run.stats();
-    EXPECT_EQ(s.nonObjectLines, 3u);    // two text lines, one broken object
-    EXPECT_EQ(s.malformedRecords, 2u);  // no subsystem, unreadable timestamp
-    EXPECT_EQ(s.trailers, 1u);
-    EXPECT_EQ(run.extractor.processedEventCount(), 5u);  // incl. the log event
+    ASSERT_EQ(run.events.size(), 2u) << chunk;
+    EXPECT_EQ(*run.events[0]->subsystem(), "com.t");
+    EXPECT_EQ(*run.events[0]->name(), "Load");
+    EXPECT_FALSE(run.events[0]->processImagePath());
+    EXPECT_EQ(*run.events[1]->category(), "ui");
+    EXPECT_EQ(*run.events[1]->string1Value(), "\"x\" \xc3\xa9");
   }
 }
 
-TEST(LogStoreExtractorTest, WindowEdgesAreInclusive) {
-  StoreRun run(Lines({R().t(-0.000001), R().t(0), R().t(10), R().t(10.000001)}), 0, kBase,
-               kBase + std::chrono::seconds(10));
+TEST(LogStoreExtractorTest, MalformedEntriesAreCountedInWindowAndSkipped) {
+  const std::vector<E> malformed = {
+      E().drop("SIGNPOST_TYPE"), E().kind("start"), E().drop("SIGNPOST_ID"), E().sid("-1"),
+      E().sid("18446744073709551616"), E().sid("0x1"), E().sid(""),
+      E().set("SIGNPOST_SCOPE", "global"), E().drop("SIGNPOST_SCOPE"),
+      E().drop("SIGNPOST_SUBSYSTEM"), E().raw("SIGNPOST_CATEGORY", "null"),
+      E().raw("SIGNPOST_TYPE", R"(["event","begin"])"),  // the journal keeps no order
+      E().raw("SIGNPOST_NAME", "[76,255]"),               // not UTF-8
+      E().drop("_PID"), E().in("thread", 1, 1).drop("SIGNPOST_TID"),
+      E().raw("SIGNPOST_ID", "7"), E().raw("_PID", "{}")};
+  const std::string valid = E().t(1).in("system", 1, 1).drop("_PID").json() + "\n";
+  for (size_t i = 0; i < malformed.size(); ++i) {
+    StoreRun run(valid + E(malformed[i]).t(2).json() + "\n");
+    const bool parsedAsObject = i + 2 < malformed.size();  // the last two are bad JSON shapes
+    EXPECT_EQ(run.events.size(), 1u) << i;
+    EXPECT_EQ(run.stats().malformedRecords, parsedAsObject ? 1u : 0u) << i;
+    EXPECT_EQ(run.stats().nonObjectLines, parsedAsObject ? 0u : 1u) << i;
+    EXPECT_EQ(run.extractor.processedEventCount(), parsedAsObject ? 2u : 1u) << i;
+  }
+}
+
+TEST(LogStoreExtractorTest, CountsOnlySignpostEntriesInTheWindowEdgesIncluded) {
+  const std::string store =
+      "-- journal begins --\n[1,2]\n{\"MESSAGE\":\"broken\"\n" +
+      Lines({E().t(-0.000001), E().t(0), E().t(5).set("MESSAGE_ID", "ffff"),
+             E().t(5).drop("MESSAGE_ID"), E().t(5).drop("__REALTIME_TIMESTAMP"),
+             E().t(6).set("__REALTIME_TIMESTAMP", "soon"), E().t(10), E().t(10.000001)});
+  StoreRun run(store, 0, kBase, kBase + std::chrono::seconds(10));
   EXPECT_EQ(run.events.size(), 2u);
   EXPECT_EQ(run.extractor.processedEventCount(), 2u);
   EXPECT_EQ(run.stats().recordsOutsideWindow, 2u);
+  EXPECT_EQ(run.stats().otherEntries, 2u);
+  EXPECT_EQ(run.stats().malformedRecords, 2u);  // no realtime: malformed, not processed
+  EXPECT_EQ(run.stats().nonObjectLines, 3u);
 }
 
-TEST(LogStoreExtractorTest, DirectoryFromTheEnvironmentInNameOrderAndMissingStore) {
+TEST(LogStoreExtractorTest, StoreFormsAndTheirErrors) {
   StoreRun run;
-  WriteFile(run.dir.file("b.json"), R().t(2).kind("end").json());
-  WriteFile(run.dir.file("a.ndjson"), R().t(1).kind("begin").json());
-  WriteFile(run.dir.file("c.txt"), R().t(3).json());
+  WriteFile(run.dir.file("b.json"), E().t(2).kind("end").json());
+  WriteFile(run.dir.file("a.ndjson"), E().t(1).kind("begin").json());
+  WriteFile(run.dir.file("c.txt"), E().t(3).json());
   std::filesystem::create_directory(run.dir.file("d.json"));
   {
     testing::ScopedEnv store(LogStoreExtractor::kStoreEnvironmentVariable, run.dir.path().c_str());
     ASSERT_TRUE(run.read(std::nullopt).ok);
   }
-  EXPECT_EQ(run.intervals.size(), 1u);
+  EXPECT_EQ(run.intervals.size(), 1u);  // in name order across files
   EXPECT_TRUE(run.events.empty());
   EXPECT_EQ(run.stats().files, 2u);
-  EXPECT_FALSE(run.read(run.dir.file("absent")).ok);
-  ASSERT_TRUE(run.error);
-  EXPECT_THAT(run.error->localizedDescription(),
-              ::testing::AllOf(HasSubstr(run.dir.file("absent")),
-                               HasSubstr("No such file or directory")));
+
+  // A file named neither way is read as JSON lines unless it starts like a
+  // journal file.
+  ASSERT_TRUE(run.read(run.dir.file("c.txt")).ok);
+  EXPECT_EQ(run.events.size(), 1u);
+  WriteFile(run.dir.file("fake"), std::string("LPKSHHRH") + std::string(300, '\0'));
+  EXPECT_FALSE(run.read(run.dir.file("fake")).ok);
+  EXPECT_THAT(run.error->localizedDescription(), HasSubstr("journal " + run.dir.file("fake")));
+
+  // "-" is standard input.
+  const int savedStdin = ::dup(STDIN_FILENO);
+  const int fd = ::open(run.dir.file("b.json").c_str(), O_RDONLY);
+  ASSERT_EQ(::dup2(fd, STDIN_FILENO), STDIN_FILENO);
+  ::close(fd);
+  run.read("-");
+  ::dup2(savedStdin, STDIN_FILENO);
+  ::close(savedStdin);
+  EXPECT_TRUE(run.ok);
+  EXPECT_EQ(run.stats().unmatchedEnds, 1u);
+
+  for (const char* bad : {"absent", "mixed"}) {
+    if (std::string(bad) == "mixed") {
+      std::filesystem::create_directory(run.dir.file("mixed"));
+      WriteFile(run.dir.file("mixed/system.journal"), "");
+      WriteFile(run.dir.file("mixed/s.json"), "");
+    }
+    run.error.reset();
+    EXPECT_FALSE(run.read(run.dir.file(bad)).ok) << bad;
+    ASSERT_TRUE(run.error) << bad;
+    EXPECT_THAT(run.error->localizedDescription(), HasSubstr(run.dir.file(bad)));
+  }
   testing::ScopedEnv empty(LogStoreExtractor::kStoreEnvironmentVariable, "");
-  EXPECT_EQ(LogStoreExtractor::defaultStorePath(), "/var/log/lumvane/signposts");
+  EXPECT_EQ(LogStoreExtractor::configuredStorePath(), std::nullopt);
 }
 
-TEST(LogStoreExtractorTest, StopFromAnotherThreadEndsAtTheNextRecord) {
-  std::vector<R> records;
-  for (int i = 0; i < 100; ++i) records.push_back(R().t(i * 0.01));
+TEST(LogStoreExtractorTest, StopFromAnotherThreadEndsAtTheNextEntry) {
+  std::vector<E> entries;
+  for (int i = 0; i < 100; ++i) entries.push_back(E().t(i * 0.01));
   TempDir dir;
-  WriteFile(dir.file("s.ndjson"), Lines(records));
+  WriteFile(dir.file("s.json"), Lines(entries));
   StoreRun run;
   run.extractor.setEmitEventProcessingBlock([&](auto e) {
     run.events.push_back(e);
@@ -259,16 +376,193 @@ TEST(LogStoreExtractorTest, StopFromAnotherThreadEndsAtTheNextRecord) {
     }
     return true;
   });
-  EXPECT_TRUE(run.read(dir.file("s.ndjson")).ok);
+  EXPECT_TRUE(run.read(dir.file("s.json")).ok);
   EXPECT_EQ(run.events.size(), 10u);
 
   // A stop before processing ends the next one at once, and only that one.
   StoreRun early;
   early.extractor.stopProcessing();
-  EXPECT_TRUE(early.read(dir.file("s.ndjson")).ok);
+  EXPECT_TRUE(early.read(dir.file("s.json")).ok);
   EXPECT_TRUE(early.events.empty());
-  early.read(dir.file("s.ndjson"));
+  early.read(dir.file("s.json"));
   EXPECT_EQ(early.events.size(), 100u);
+}
+
+// `record` grown to exactly `bytes` bytes by an unknown field.
+std::string Padded(const std::string& record, size_t bytes) {
+  const std::string field = "\"pad\":\"\",";
+  return "{" + field.substr(0, 7) + std::string(bytes - record.size() - field.size(), 'x') +
+         field.substr(7) + record.substr(1);
+}
+
+TEST(LogStoreExtractorTest, RecordsOverOneMebibyteAreCountedAsMalformedAndSkipped) {
+  const std::string atLimit = Padded(E().t(1).json(), 1048576);
+  const std::string overLimit = Padded(E().t(2).json(), 1048577);
+  ASSERT_EQ(atLimit.size(), 1048576u);
+  ASSERT_EQ(overLimit.size(), 1048577u);
+  const std::string after = E().t(3).json();
+  struct Case {
+    const char* framing;
+    std::string store;
+  } cases[] = {
+      {"lines", atLimit + "\n" + overLimit + "\n" + after + "\n"},
+      {"array", "[" + atLimit + ",\n" + overLimit + ",\n" + after + "]"},
+  };
+  for (const Case& c : cases) {
+    for (size_t chunk : {size_t{0}, size_t{4096}}) {
+      SCOPED_TRACE(std::string(c.framing) + ", chunk " + std::to_string(chunk));
+      StoreRun run(c.store, chunk);
+      ASSERT_TRUE(run.ok);
+      ASSERT_EQ(run.events.size(), 2u);
+      EXPECT_EQ(run.events[1]->durationSeconds(), 0.0f);
+      EXPECT_EQ(run.stats().malformedRecords, 1u);
+      EXPECT_EQ(run.stats().nonObjectLines, 0u);
+      EXPECT_EQ(run.extractor.processedEventCount(), 2u);
+    }
+  }
+}
+
+// A lone surrogate escape is no character: the line is broken JSON, counted
+// and passed over, never delivered with the field left out. A proper pair
+// decodes.
+TEST(LogStoreExtractorTest, LoneSurrogateEscapeMakesTheRecordMalformed) {
+  struct Case {
+    const char* field;
+    const char* from;
+    const char* to;
+  } cases[] = {
+      {"name", "\"SIGNPOST_NAME\":\"Load\"", "\"SIGNPOST_NAME\":\"Lo\\ud800ad\""},
+      {"category", "\"SIGNPOST_CATEGORY\":\"ui\"", "\"SIGNPOST_CATEGORY\":\"x \\udc00\""},
+      {"command", "\"_COMM\":\"tester\"", "\"_COMM\":\"\\ud83d\""},
+      {"image path", "\"_EXE\":\"", "\"_EXE\":\"\\udfff"},
+      {"scope", "\"SIGNPOST_SCOPE\":\"process\"", "\"SIGNPOST_SCOPE\":\"\\ud800process\""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.field);
+    std::string bad = E().t(1).json();
+    ASSERT_NE(bad.find(c.from), std::string::npos);
+    bad.replace(bad.find(c.from), std::string(c.from).size(), c.to);
+    StoreRun run(bad + "\n");
+    EXPECT_TRUE(run.events.empty());
+    EXPECT_EQ(run.stats().nonObjectLines, 1u);
+    EXPECT_EQ(run.extractor.processedEventCount(), 0u);
+  }
+  std::string pair = E().t(1).json();
+  pair.replace(pair.find("\"Load\""), 6, "\"\\ud83d\\ude00\"");
+  StoreRun run(pair + "\n");
+  ASSERT_EQ(run.events.size(), 1u);
+  EXPECT_EQ(run.events[0]->name(), "\xF0\x9F\x98\x80");
+}
+
+// Runs `read` on a thread of its own. A read that has not returned when the
+// object goes is left behind (it holds only what it was given), so that the
+// test fails instead of hanging.
+class Background final {
+ public:
+  explicit Background(std::function<void()> read) {
+    auto done = std::make_shared<std::promise<void>>();
+    finished_ = done->get_future();
+    thread_ = std::thread([done, read = std::move(read)]() mutable {
+      read();
+      read = nullptr;  // what it holds goes before the test hears of the end
+      done->set_value();
+    });
+  }
+  ~Background() {
+    if (returnedWithin(std::chrono::milliseconds(0))) {
+      thread_.join();
+    } else {
+      thread_.detach();
+    }
+  }
+  bool returnedWithin(std::chrono::milliseconds limit) {
+    return finished_.wait_for(limit) == std::future_status::ready;
+  }
+
+ private:
+  std::future<void> finished_;
+  std::thread thread_;
+};
+
+TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
+  TempDir dir;
+  const std::string fifo = dir.file("fifo.ndjson");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  for (const std::string& path : {fifo, std::string("/dev/zero"), std::string("/dev/urandom")}) {
+    SCOPED_TRACE(path);
+    auto run = std::make_shared<StoreRun>();
+    Background reading([run, path] { run->read(path); });
+    if (!reading.returnedWithin(std::chrono::seconds(3))) {
+      run->extractor.stopProcessing();
+      const int writer = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);  // frees a blocked open
+      ADD_FAILURE() << "reading " << path << " did not return";
+      ::close(writer);
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
+      continue;
+    }
+    EXPECT_FALSE(run->ok);
+    ASSERT_TRUE(run->error);
+    EXPECT_EQ(run->error->localizedDescription(), "cannot read " + path + ": not a regular file");
+  }
+  // In a directory store, such a file is passed over like any non-regular entry.
+  WriteFile(dir.file("a.ndjson"), E().t(1).json());
+  StoreRun run;
+  ASSERT_TRUE(run.read(dir.path()).ok);
+  EXPECT_EQ(run.events.size(), 1u);
+}
+
+// Standard input as the store: records are read from it, and a stop request
+// ends the read within a second, also inside a line that never ends (an
+// endless device) or that its writer leaves unfinished (a pipe).
+TEST(LogStoreExtractorTest, ReadsStandardInputAndStopsInsideAnEndlessLine) {
+  struct Input {
+    const char* what;
+    std::function<int()> open;  // the descriptor to read as standard input
+    bool stop;
+    size_t events;
+  };
+  int writer = -1;
+  auto pipeWith = [&writer](const std::string& text, bool close) {
+    int fds[2];
+    if (::pipe(fds) != 0) return -1;
+    if (::write(fds[1], text.data(), text.size()) != static_cast<ssize_t>(text.size())) return -1;
+    if (close) {
+      ::close(fds[1]);
+    } else {
+      writer = fds[1];
+    }
+    return fds[0];
+  };
+  const Input inputs[] = {
+      {"a pipe that ends", [&] { return pipeWith(Lines({E().t(1), E().t(2)}), true); }, false, 2},
+      {"a pipe left mid-line", [&] { return pipeWith(Lines({E().t(1)}) + "{\"time", false); },
+       true, 1},
+      {"/dev/zero", [] { return ::open("/dev/zero", O_RDONLY); }, true, 0},
+  };
+  const int savedStdin = ::dup(STDIN_FILENO);
+  for (const Input& input : inputs) {
+    SCOPED_TRACE(input.what);
+    const int fd = input.open();
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::dup2(fd, STDIN_FILENO), STDIN_FILENO);
+    ::close(fd);
+    auto run = std::make_shared<StoreRun>();
+    Background reading([run] { run->read("-"); });
+    std::chrono::milliseconds limit(3000);
+    if (input.stop) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));  // well inside the line
+      run->extractor.stopProcessing();
+      limit = std::chrono::milliseconds(1000);
+    }
+    const bool returned = reading.returnedWithin(limit);
+    // The reader took its own copy of standard input when it began.
+    ::dup2(savedStdin, STDIN_FILENO);
+    if (writer >= 0) ::close(std::exchange(writer, -1));
+    ASSERT_TRUE(returned) << "still reading " << limit.count() << " ms later";
+    EXPECT_TRUE(run->ok);
+    EXPECT_EQ(run->events.size(), input.events);
+  }
+  ::close(savedStdin);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "lumvane/signpost/ScriptedExtractor.h"
+#include "tests/support/signpost/ScriptedExtractor.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,6 @@
 #include "tests/support/TestSupport.h"
 
 #include <fcntl.h>
-#include <plist/plist.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -143,16 +142,9 @@ ScopedEnv::ScopedEnv(const char* name, const char* value) : name_(name) {
 
 ScopedEnv::~ScopedEnv() { old_ ? setenv(name_, old_->c_str(), 1) : unsetenv(name_); }
 
-std::string BundlePropertyList(const std::string& identifier, bool binary) {
-  plist_t dict = plist_new_dict();
-  plist_dict_set_item(dict, "BundleIdentifier", plist_new_string(identifier.c_str()));
-  char* data = nullptr;
-  uint32_t length = 0;
-  binary ? plist_to_bin(dict, &data, &length) : plist_to_xml(dict, &data, &length);
-  std::string out(data, length);
-  binary ? plist_to_bin_free(data) : plist_to_xml_free(data);
-  plist_free(dict);
-  return out;
+std::string DesktopEntry(const std::string& type) {
+  return "# written by a test\n[Desktop Entry]\nType=" + type +
+         "\nName=Test entry\nExec=true\n\n[Desktop Action extra]\nName=Extra\n";
 }
 
 }  // namespace lumvane::testing

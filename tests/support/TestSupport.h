@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "lumvane/platform/InternalDiagnostics.h"
-#include "lumvane/platform/RecordingLogBackend.h"
+#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
+#include "tests/support/platform/RecordingLogBackend.h"
 
 namespace lumvane::testing {
 
@@ -114,8 +115,7 @@ class ScopedEnv final {
   std::optional<std::string> old_;
 };
 
-// The bytes of a property list whose dictionary holds one
-// "BundleIdentifier" string, in XML or binary form.
-std::string BundlePropertyList(const std::string& identifier, bool binary);
+// The text of a desktop entry whose [Desktop Entry] group has Type=`type`.
+std::string DesktopEntry(const std::string& type);
 
 }  // namespace lumvane::testing

@@ -13,33 +13,33 @@ namespace {
 using testing::ScopedLogCapture;
 using testing::TempDir;
 
-void WriteBundle(const std::string& dir, const std::string& identifier, bool binary) {
-  std::filesystem::create_directories(dir + "/Contents");
-  testing::WriteFile(dir + "/Contents/Info.plist", testing::BundlePropertyList(identifier, binary));
+void WriteBundle(const std::string& dir, const std::string& identifier) {
+  std::filesystem::create_directories(dir + "/usr/bin");
+  testing::WriteFile(dir + "/" + identifier + ".desktop", testing::DesktopEntry("Application"));
 }
 
 class CountingLookup final : public BundleLookup {
  public:
   BundleInfo bundleAtPath(const std::string& directory) const override {
     asked.push_back(directory);
-    return {true, directory == "/Applications/Foo.app" ? std::optional<std::string>("com.foo")
-                                                       : std::nullopt};
+    return {true, directory == "/opt/Foo.AppDir" ? std::optional<std::string>("org.example.Foo")
+                                                 : std::nullopt};
   }
   mutable std::vector<std::string> asked;
 };
 
 TEST(BundleIdentifierCacheTest, FindsRealBundlesOnceAndRemembersThem) {
   TempDir dir;
-  WriteBundle(dir.file("Foo.app"), "com.example.foo", false);
-  WriteBundle(dir.file("Bar.app"), "com.example.bar", true);
-  const std::string foo = dir.file("Foo.app/Foo"), bar = dir.file("Bar.app/Contents/MacOS/Bar");
+  WriteBundle(dir.file("Foo.AppDir"), "com.example.foo");
+  WriteBundle(dir.file("Bar.AppDir"), "com.example.bar");
+  const std::string foo = dir.file("Foo.AppDir/Foo"), bar = dir.file("Bar.AppDir/usr/bin/Bar");
   ScopedLogCapture capture;
   EXPECT_EQ(bundleIdentifierForImagePath(foo), "com.example.foo");
   EXPECT_EQ(bundleIdentifierForImagePath(bar), "com.example.bar");
   EXPECT_EQ(bundleIdentifierForImagePath(std::nullopt), std::nullopt);
   // With the bundles gone, only the cache can still answer.
-  std::filesystem::remove_all(dir.file("Foo.app"));
-  std::filesystem::remove_all(dir.file("Bar.app"));
+  std::filesystem::remove_all(dir.file("Foo.AppDir"));
+  std::filesystem::remove_all(dir.file("Bar.AppDir"));
   EXPECT_EQ(bundleIdentifierForImagePath(foo), "com.example.foo");
   EXPECT_EQ(bundleIdentifierForImagePath(bar), "com.example.bar");
   EXPECT_EQ(capture.log().count("Found bundle ID: \"com.example.foo\" for path:\"" + foo + "\""),
@@ -50,25 +50,24 @@ TEST(BundleIdentifierCacheTest, FindsRealBundlesOnceAndRemembersThem) {
 TEST(BundleIdentifierCacheTest, WalksWithThePrefixRuleAndCachesMisses) {
   CountingLookup lookup;
   BundleIdentifierCache cache(lookup);
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Applications/Foo.app/Foo"), "com.foo");
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Applications/Foo.app/Foo"), "com.foo");
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Other/Foo.framework/x/Foo"), std::nullopt);
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/Other/Foo.framework/x/Foo"), std::nullopt);
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/Foo.AppDir/Foo"), "org.example.Foo");
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/Foo.AppDir/Foo"), "org.example.Foo");
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/home/user/Foo.d/x/Foo"), std::nullopt);
+  EXPECT_EQ(cache.bundleIdentifierForImagePath("/home/user/Foo.d/x/Foo"), std::nullopt);
   EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/tools/foo"), std::nullopt);
-  EXPECT_EQ(lookup.asked,
-            (std::vector<std::string>{"/Applications/Foo.app", "/Other/Foo.framework"}));
+  EXPECT_EQ(lookup.asked, (std::vector<std::string>{"/opt/Foo.AppDir", "/home/user/Foo.d"}));
   EXPECT_EQ(cache.size(), 3u);
 
   auto dirFor = &BundleIdentifierCache::bundleDirectoryForImagePath;
-  EXPECT_EQ(dirFor("/A/Foobar.app/Foo"), std::nullopt);  // "Foo." is the prefix, not "Foo"
-  EXPECT_EQ(dirFor("/A/Foo/Foo"), std::nullopt);
-  EXPECT_EQ(dirFor("/Foo.app/Foo"), "/Foo.app");
-  EXPECT_EQ(dirFor("Foo.app/Foo"), "Foo.app");
+  EXPECT_EQ(dirFor("/opt/Foobar.AppDir/Foo"), std::nullopt);  // "Foo." is the prefix, not "Foo"
+  EXPECT_EQ(dirFor("/opt/Foo/Foo"), std::nullopt);
+  EXPECT_EQ(dirFor("/Foo.AppDir/Foo"), "/Foo.AppDir");
+  EXPECT_EQ(dirFor("Foo.AppDir/Foo"), "Foo.AppDir");
   EXPECT_EQ(dirFor("Foo"), std::nullopt);
   EXPECT_EQ(dirFor("/Foo"), std::nullopt);
-  std::string nested = "/x/Foo.app";
+  std::string nested = "/opt/Foo.AppDir";
   for (int i = 0; i < 99; ++i) nested += "/d";
-  EXPECT_EQ(dirFor(nested + "/Foo"), "/x/Foo.app");  // the 100th directory examined
+  EXPECT_EQ(dirFor(nested + "/Foo"), "/opt/Foo.AppDir");  // the 100th directory examined
   EXPECT_EQ(dirFor(nested + "/d/Foo"), std::nullopt);
 }
 
@@ -112,8 +111,8 @@ TEST(DovetelPayloadTest, EventCarriesArgumentsInOrderWithTheirKinds) {
 
 TEST(DovetelPayloadTest, IntervalsNameEachSideAndHonourTheOverrideForOneSubsystem) {
   TempDir dir;
-  WriteBundle(dir.file("Foo.app"), "com.example.foo", true);
-  SignpostInterval interval(Props(), Side("begin", dir.file("Foo.app/Foo")), Side("end"),
+  WriteBundle(dir.file("Foo.AppDir"), "com.example.foo");
+  SignpostInterval interval(Props(), Side("begin", dir.file("Foo.AppDir/Foo")), Side("end"),
                             Dictionary{{"BundleIdOverride", "com.other"}});
   Dictionary expected{{"Subsystem", "com.example.net"}, {"Category", "fetch"},
                       {"Name", "Request"}, {"IntervalType", "Interval"},

@@ -7,6 +7,9 @@
 #include "lumvane/telemetry/ReportSignpostPayload.h"
 #include "lumvane/telemetry/ReportingQueue.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeContinuousClock.h"
+#include "tests/support/platform/RecordingDovetelSink.h"
+#include "tests/support/platform/RecordingSleeper.h"
 
 namespace lumvane {
 namespace {
@@ -21,31 +24,52 @@ void Calls(ReportThrottle& throttle, FakeContinuousClock& clock, int n, uint64_t
   }
 }
 
-TEST(ReportThrottleTest, StretchesShortQuantaToTheBudget) {
+TEST(ReportThrottleTest, ComesIntoBeingAtTheFirstCallWhichStartsTheFirstQuantum) {
   FakeContinuousClock clock;
   RecordingSleeper sleeper(&clock);
   ScopedLogCapture capture;
   ReportThrottle throttle(clock, sleeper);
+  EXPECT_TRUE(capture.log().messages().empty()) << "created before its first call";
+
+  clock.advance(1'000'000'000);      // a second between construction and the first event
+  Calls(throttle, clock, 1, 0);
   EXPECT_EQ(capture.log().messages(),
             std::vector<std::string>{
-                "125000.000000 us, 125000000.000000 mach time units per quantum of 10 reported events"});
+                "125000.000000 us, 125000000.000000 clock ticks per quantum of 10 reported events"});
+  Calls(throttle, clock, 9, 2'500'000);  // tenth call 22.5 ms after the first
+  EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{102500});
+}
 
+TEST(ReportThrottleTest, StretchesShortQuantaToTheBudgetAndTruncatesTheSleep) {
+  FakeContinuousClock clock;  // 1 tick = 1 ns
+  RecordingSleeper sleeper(&clock);
+  ScopedLogCapture capture;
+  ReportThrottle throttle(clock, sleeper);
   Calls(throttle, clock, 9, 1'000'000'000);  // nine calls never measure, however slow
   Calls(throttle, clock, 1, 0);              // tenth: the quantum lasted 9 s, no sleep
   EXPECT_TRUE(sleeper.sleeps().empty());
 
-  Calls(throttle, clock, 10, 2'500'000);  // 25 ms
-  EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{100000});
-  EXPECT_EQ(capture.log().count("Sleeping for 100000 us"), 1u);
-
-  // The next quantum starts after the sleep, so 25 ms more sleep again.
-  Calls(throttle, clock, 10, 2'500'000);
-  Calls(throttle, clock, 10, 20'000'000);  // 200 ms: no sleep
-  clock.advance(24'999'600);               // 24999.6 us: 100000.4 truncated
-  Calls(throttle, clock, 10, 0);
-  EXPECT_EQ(sleeper.sleeps(), (std::vector<uint32_t>{100000, 100000, 100000}));
-  EXPECT_EQ(throttle.throttleCount(), 3u);
-  EXPECT_EQ(throttle.totalSleptMicroseconds(), 300000u);
+  // Each row is one quantum of ten calls lasting `elapsed` ns; every quantum
+  // starts after the previous one's sleep.
+  const struct {
+    uint64_t elapsed;
+    uint32_t sleep;  // 0: none
+  } quanta[] = {
+      {25'000'000, 100000},   {25'000'000, 100000},  {200'000'000, 0},
+      {125'000'000, 0},       {124'999'000, 1},      {24'999'600, 100000},
+      {24'999'500, 100000},   {24'999'400, 100000},  {0, 125000},
+  };
+  std::vector<uint32_t> expected;
+  uint64_t total = 0;
+  for (const auto& q : quanta) {
+    clock.advance(q.elapsed);
+    Calls(throttle, clock, 10, 0);
+    if (q.sleep) expected.push_back(q.sleep), total += q.sleep;
+    EXPECT_EQ(sleeper.sleeps(), expected) << "after a quantum of " << q.elapsed << " ns";
+  }
+  EXPECT_EQ(capture.log().count("Sleeping for 100000 us"), 5u);
+  EXPECT_EQ(throttle.throttleCount(), expected.size());
+  EXPECT_EQ(throttle.totalSleptMicroseconds(), total);
 }
 
 TEST(ReportThrottleTest, ConvertsTicksThroughTheTimebase) {
@@ -53,11 +77,11 @@ TEST(ReportThrottleTest, ConvertsTicksThroughTheTimebase) {
   RecordingSleeper sleeper;
   ScopedLogCapture capture;
   ReportThrottle throttle(clock, sleeper);
+  Calls(throttle, clock, 10, 150'000);  // 1.35M ticks from the first call = 56250 us
   EXPECT_EQ(capture.log().count(
-                "125000.000000 us, 3000000.000000 mach time units per quantum of 10 reported events"),
+                "125000.000000 us, 3000000.000000 clock ticks per quantum of 10 reported events"),
             1u);
-  Calls(throttle, clock, 10, 150'000);  // 1.5M ticks = 62500 us
-  EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{62500});
+  EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{68750});
 }
 
 TEST(ReportSignpostPayloadTest, SendsBothEventsInOrderOnTheReportingQueue) {

@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include "lumvane/platform/DovetelEventSink.h"
-#include "lumvane/signpost/ScriptedExtractor.h"
 #include "lumvane/signpost/SignpostAnimationInterval.h"
 #include "lumvane/signpost/SignpostEvent.h"
 #include "lumvane/signpost/SignpostInterval.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/FakeContinuousClock.h"
+#include "tests/support/platform/RecordingDovetelSink.h"
+#include "tests/support/platform/RecordingSleeper.h"
+#include "tests/support/signpost/ScriptedExtractor.h"
 
 namespace lumvane {
 namespace {
@@ -124,6 +127,8 @@ TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) 
   const std::string bar = "**************\n";
   std::vector<std::string> expected = {
       bar + "Total signpost object count: 40",
+      // The first key's throttle step is the throttle's first call.
+      "125000.000000 us, 125000000.000000 clock ticks per quantum of 10 reported events",
       "s/a:\t9" + sent, "s/b:\t7" + sent, "s/c:\t7" + sent, "s/d:\t5" + sent, "s/e:\t3" + sent,
       "s/f:\t2" + kept, "r/x:\t2" + kept, "s/g:\t1" + kept, "r/y:\t1" + kept,
       "Sleeping for 125000 us", "d/z:\t1" + kept, "w/q:\t1" + kept, "t/t:\t1" + kept,
@@ -227,11 +232,12 @@ TEST_F(RunStatisticsTest, SparseRunWithoutExtractorOnAnotherTimebase) {
   EXPECT_EQ(*events[2].payload.find("ProcessingDurationInSeconds")->asNumber(),
             Number::fromFloat(12.5f));
   EXPECT_EQ(*events[2].payload.find("WasInterrupted")->asNumber(), Number::fromBool(false));
-  const auto messages = capture.log().messages();  // six headers, two keys, the summary
-  ASSERT_EQ(messages.size(), 9u);
+  // Six headers, the throttle's creation line, two keys, the summary.
+  const auto messages = capture.log().messages();
+  ASSERT_EQ(messages.size(), 10u);
   EXPECT_EQ(capture.log().count("s/(null):\t1 (Count reported to Dovetel)"), 2u);
-  EXPECT_EQ(messages[7], "**************\nString whitelist filtered signpost object count: 0");
-  EXPECT_NE(messages[8].find("from 0 log events in 12.50s between - and -\n"), std::string::npos);
+  EXPECT_EQ(messages[8], "**************\nString whitelist filtered signpost object count: 0");
+  EXPECT_NE(messages[9].find("from 0 log events in 12.50s between - and -\n"), std::string::npos);
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "lumvane/platform/ScriptedConfigurationObserver.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/platform/ScriptedConfigurationObserver.h"
 
 namespace lumvane {
 namespace {
@@ -54,7 +54,7 @@ TEST_F(TaskingGateTest, EachConfigurationOutcomeHasItsVerdictAndLine) {
       {std::nullopt, "com.orvel.other", false, no + "(unexpected type string: 'com.orvel.other')"},
       {std::nullopt, kType, false, no + "(nil configuration object)"},
       {Value(Array{Value(Dictionary{{"TaskedOn", Number::fromInt64(1)}})}), kType, false,
-       no + "(Non-NSDictionary configuration object)"},
+       no + "(Non-dictionary configuration object)"},
       {Value(Dictionary{{"Tasked", Number::fromInt64(1)}}), kType, false,
        "Not reporting since is not tasked-on by Dovetel (nil value for TaskedOn key)"},
       {Value(Dictionary{{"TaskedOn", "1"}}), kType, false,
@@ -82,7 +82,7 @@ TEST_F(TaskingGateTest, InternalDiagnosticsAnswersYesWithoutAnObserver) {
   EXPECT_EQ(observersMade_, 0);
   EXPECT_EQ(diagnostics_.check().calls(), 1);
   EXPECT_EQ(capture_.log().messages(),
-            std::vector<std::string>{"Reporting based on os_variant result"});
+            std::vector<std::string>{"Reporting based on internal-diagnostics variant result"});
 }
 
 TEST_F(TaskingGateTest, LastOfSeveralDeliveriesWins) {

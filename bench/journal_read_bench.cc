@@ -1,0 +1,381 @@
+// Times the signpost reader over both store forms against a baseline
+// measured in the same run over the same data:
+//  - journal files: a day with about N signpost entries and other programs'
+//    entries between them, made by systemd-journal-remote from the
+//    generator's export form; baseline `journalctl -D DIR -o export
+//    MESSAGE_ID=<signpost ID>` writing to /dev/null (the reader should take
+//    at most half its time);
+//  - JSON lines as journalctl prints them: the reader over one file of N
+//    lines; baseline a bare single-threaded simdjson on-demand parse over a
+//    reused 4 MB buffer that reads the same fields.
+// For each reader run it reports the peak anonymous memory (RssAnon in
+// /proc/self/status, sampled while it runs): the mapped journal files are
+// file memory and do not count. Generated data lives in a temporary
+// directory that is removed at the end.
+#include <fcntl.h>
+#include <malloc.h>
+#include <simdjson.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lumvane/signpost/LogStoreExtractor.h"
+#include "lumvane/signpost/SignpostStoreGenerator.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr char kJournalRemote[] = "/lib/systemd/systemd-journal-remote";
+constexpr char kJournalctl[] = "/usr/bin/journalctl";
+// 2024-05-01 12:00:00 +02:00.
+const lumvane::Date kEnd{std::chrono::seconds(1714557600)};
+const lumvane::Date kStart = kEnd - std::chrono::hours(24);
+
+constexpr char kUsage[] =
+    "usage: journal_read_bench [--signposts N] [--lines N] [--only journal|json]\n"
+    "\n"
+    "Times the signpost reader over journal files holding about N signpost\n"
+    "entries (default 1000000, with other programs' entries between them) next to\n"
+    "`journalctl -D DIR -o export MESSAGE_ID=...` over the same files, and over a\n"
+    "JSON-lines file of N lines (default 1000000) next to a bare simdjson on-demand\n"
+    "parse of the same fields. Prints times, ratios and the reader's peak anonymous\n"
+    "memory. Needs systemd-journal-remote and journalctl for the journal part.\n"
+    "Data is generated in a temporary directory ($TMPDIR or /tmp) and removed.\n";
+
+long StatusKiB(const char* key) {
+  std::ifstream in("/proc/self/status");
+  const size_t n = std::strlen(key);
+  for (std::string line; std::getline(in, line);) {
+    if (line.compare(0, n, key) == 0) return std::strtol(line.c_str() + n, nullptr, 10);
+  }
+  return -1;
+}
+
+// Samples RssAnon every few milliseconds while it lives.
+class PeakAnonSampler {
+ public:
+  PeakAnonSampler() : peak_(StatusKiB("RssAnon:")) {
+    thread_ = std::thread([this] {
+      while (!stop_) {
+        const long now = StatusKiB("RssAnon:");
+        if (now > peak_) peak_ = now;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      }
+    });
+  }
+  long stop() {
+    stop_ = true;
+    thread_.join();
+    return peak_;
+  }
+
+ private:
+  std::atomic<bool> stop_{false};
+  std::atomic<long> peak_;
+  std::thread thread_;
+};
+
+struct ReaderRun {
+  double seconds = 0;
+  uint64_t processed = 0, objects = 0;
+  long anonBeforeKiB = 0, anonPeakKiB = 0;
+};
+
+ReaderRun RunReader(const std::string& store) {
+  lumvane::LogStoreExtractor extractor;
+  ReaderRun r;
+  extractor.setIntervalCompletionProcessingBlock([&](auto) { return ++r.objects, true; });
+  extractor.setAnimationIntervalCompletionProcessingBlock([&](auto) { return ++r.objects, true; });
+  extractor.setEmitEventProcessingBlock([&](auto) { return ++r.objects, true; });
+  std::optional<lumvane::Error> error;
+  // Memory freed earlier (the generator's buffers) would otherwise stay
+  // resident and hide what the reader takes.
+  malloc_trim(0);
+  r.anonBeforeKiB = StatusKiB("RssAnon:");
+  PeakAnonSampler sampler;
+  const auto t0 = Clock::now();
+  const bool ok = extractor.processLogArchiveWithPath(store, kStart, kEnd, &error);
+  r.seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+  r.anonPeakKiB = sampler.stop();
+  r.processed = extractor.processedEventCount();
+  if (!ok) {
+    std::fprintf(stderr, "journal_read_bench: reading %s failed: %s\n", store.c_str(),
+                 error ? error->localizedDescription().c_str() : "(no error given)");
+  }
+  return r;
+}
+
+// Runs a program with standard output to /dev/null; answers its time, or a
+// negative number when it failed.
+double TimeProgram(const std::vector<std::string>& argv) {
+  std::vector<char*> args;
+  for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  const auto t0 = Clock::now();
+  const pid_t pid = fork();
+  if (pid == 0) {
+    const int null = open("/dev/null", O_WRONLY);
+    dup2(null, STDOUT_FILENO);
+    execv(args[0], args.data());
+    _exit(127);
+  }
+  int status = 0;
+  if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
+  const double s = std::chrono::duration<double>(Clock::now() - t0).count();
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? s : -1;
+}
+
+// Reads every file under `dir` once so that both contenders start warm.
+void Warm(const std::string& path) {
+  std::vector<char> buf(1 << 20);
+  for (const auto& e : std::filesystem::recursive_directory_iterator(path)) {
+    if (!e.is_regular_file()) continue;
+    const int fd = open(e.path().c_str(), O_RDONLY);
+    while (fd >= 0 && read(fd, buf.data(), buf.size()) > 0) {
+    }
+    if (fd >= 0) close(fd);
+  }
+}
+
+// The baseline of the JSON form: one parser, one 4 MB buffer refilled in
+// place (a line cut by the buffer's end moves to its front), every line
+// parsed on demand and the fields a signpost reader needs read out.
+struct BaselineRun {
+  double seconds = 0;
+  uint64_t lines = 0, signposts = 0, fieldsRead = 0;
+};
+
+BaselineRun Baseline(const std::string& path) {
+  static const char* const kWanted[] = {"MESSAGE_ID",
+                                        "__REALTIME_TIMESTAMP",
+                                        "__MONOTONIC_TIMESTAMP",
+                                        "_BOOT_ID",
+                                        "_PID",
+                                        "_EXE",
+                                        "_COMM",
+                                        "OBJECT_PID",
+                                        "OBJECT_EXE",
+                                        "OBJECT_COMM",
+                                        "SIGNPOST_TYPE",
+                                        "SIGNPOST_ID",
+                                        "SIGNPOST_SCOPE",
+                                        "SIGNPOST_SUBSYSTEM",
+                                        "SIGNPOST_CATEGORY",
+                                        "SIGNPOST_NAME",
+                                        "SIGNPOST_TELEMETRY",
+                                        "SIGNPOST_ANIMATION",
+                                        "SIGNPOST_STRING1_NAME",
+                                        "SIGNPOST_STRING1_VALUE",
+                                        "SIGNPOST_STRING2_NAME",
+                                        "SIGNPOST_STRING2_VALUE",
+                                        "SIGNPOST_NUMBER1_NAME",
+                                        "SIGNPOST_NUMBER1_VALUE",
+                                        "SIGNPOST_NUMBER2_NAME",
+                                        "SIGNPOST_NUMBER2_VALUE",
+                                        "SIGNPOST_ATTRIBUTE",
+                                        "SIGNPOST_TID",
+                                        "SIGNPOST_BOOTTIME_NSEC"};
+  BaselineRun r;
+  const int fd = open(path.c_str(), O_RDONLY);
+  if (fd < 0) return r;
+  constexpr size_t kBuffer = size_t{4} << 20;
+  std::vector<char> buf(kBuffer + simdjson::SIMDJSON_PADDING);
+  simdjson::ondemand::parser parser;
+  size_t have = 0;
+  const auto t0 = Clock::now();
+  for (;;) {
+    const ssize_t n = read(fd, buf.data() + have, kBuffer - have);
+    if (n < 0) break;
+    have += static_cast<size_t>(n);
+    size_t pos = 0;
+    while (pos < have) {
+      const char* nl = static_cast<const char*>(std::memchr(buf.data() + pos, '\n', have - pos));
+      if (!nl && n > 0) break;  // wait for the rest of the line
+      const size_t end = nl ? static_cast<size_t>(nl - buf.data()) : have;
+      ++r.lines;
+      simdjson::ondemand::document doc;
+      simdjson::ondemand::object object;
+      // The line is followed by readable bytes up to the padding.
+      if (!parser.iterate(buf.data() + pos, end - pos, buf.size() - pos).get(doc) &&
+          !doc.get_object().get(object)) {
+        for (auto field : object) {
+          std::string_view key;
+          if (field.unescaped_key().get(key)) break;
+          bool wanted = false;
+          for (const char* w : kWanted) wanted = wanted || key == w;
+          if (!wanted) continue;
+          simdjson::ondemand::value v;
+          if (field.value().get(v)) break;
+          std::string_view s;
+          if (!v.get_string().get(s)) {
+            ++r.fieldsRead;
+            r.signposts +=
+                key == "MESSAGE_ID" && s == lumvane::SignpostStoreGenerator::kSignpostMessageId;
+          } else {
+            simdjson::ondemand::array a;
+            if (!v.get_array().get(a)) {
+              for (auto item : a) r.fieldsRead += !item.get_string().get(s);
+            }
+          }
+        }
+      }
+      pos = end + 1;
+    }
+    if (n == 0) break;
+    std::memmove(buf.data(), buf.data() + std::min(pos, have), have - std::min(pos, have));
+    have -= std::min(pos, have);
+  }
+  r.seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+  close(fd);
+  return r;
+}
+
+bool ParsePositive(const char* text, uint64_t* out) {
+  char* end = nullptr;
+  const unsigned long long v = std::strtoull(text, &end, 10);
+  if (*text == '\0' || *end != '\0' || *text == '-' || v == 0) return false;
+  *out = v;
+  return true;
+}
+
+int JournalPart(const std::string& dir, uint64_t signposts) {
+  if (access(kJournalRemote, X_OK) != 0 || access(kJournalctl, X_OK) != 0) {
+    std::printf("journal files: skipped (%s or %s missing)\n", kJournalRemote, kJournalctl);
+    return 0;
+  }
+  const std::string journalDir = dir + "/journal";
+  std::filesystem::create_directory(journalDir);
+  lumvane::SignpostStoreGeneratorOptions o;
+  o.seed = 3;
+  o.end = kEnd;
+  o.format = lumvane::SignpostStoreFormat::JournalExport;
+  o.records = signposts * 100 / 70;  // about 70% of the entries are signposts
+  const std::string command =
+      std::string(kJournalRemote) + " --output=" + journalDir + "/system.journal - 2>/dev/null";
+  std::FILE* pipe = popen(command.c_str(), "w");
+  if (!pipe) return 1;
+  lumvane::SignpostStoreGenerator generator(o);
+  const auto error = generator.writeTo(pipe, "systemd-journal-remote");
+  if (pclose(pipe) != 0 || error) {
+    std::fprintf(stderr, "journal_read_bench: making journal files failed\n");
+    return 1;
+  }
+  const lumvane::SignpostStoreCounts& c = generator.counts();
+  uint64_t bytes = 0;
+  for (const auto& e : std::filesystem::directory_iterator(journalDir)) bytes += e.file_size();
+  std::printf("journal files: %llu entries, %llu signposts, %.1f MB in %s\n",
+              static_cast<unsigned long long>(c.records),
+              static_cast<unsigned long long>(c.signposts), bytes / 1e6, journalDir.c_str());
+  Warm(journalDir);
+  const double journalctl = TimeProgram(
+      {kJournalctl, "-D", journalDir, "-o", "export",
+       std::string("MESSAGE_ID=") + lumvane::SignpostStoreGenerator::kSignpostMessageId});
+  const ReaderRun reader = RunReader(journalDir);
+  std::printf("  journalctl -o export MESSAGE_ID=...: %.3f s\n", journalctl);
+  std::printf(
+      "  reader: %.3f s, %llu signposts processed, %llu objects delivered, %.0f entries/s\n",
+      reader.seconds, static_cast<unsigned long long>(reader.processed),
+      static_cast<unsigned long long>(reader.objects), reader.processed / reader.seconds);
+  if (reader.processed == 0 || journalctl < 0) {
+    std::printf("  journalctl time / reader time: not measured (a side read nothing)\n");
+  } else {
+    std::printf("  journalctl time / reader time: %.2f (goal: at least 2)\n",
+                journalctl / reader.seconds);
+  }
+  std::printf("  reader RssAnon: %ld KiB before, peak %ld KiB (+%ld KiB)\n", reader.anonBeforeKiB,
+              reader.anonPeakKiB, reader.anonPeakKiB - reader.anonBeforeKiB);
+  if (reader.processed != c.signposts) {
+    std::printf("  note: the reader processed %llu signposts, the files hold %llu\n",
+                static_cast<unsigned long long>(reader.processed),
+                static_cast<unsigned long long>(c.signposts));
+  }
+  return 0;
+}
+
+int JsonPart(const std::string& dir, uint64_t lines) {
+  const std::string path = dir + "/day.json";
+  lumvane::SignpostStoreGeneratorOptions o;
+  o.seed = 4;
+  o.end = kEnd;
+  o.records = lines;
+  lumvane::SignpostStoreGenerator generator(o);
+  if (const auto e = generator.writeTo(path)) {
+    std::fprintf(stderr, "journal_read_bench: %s\n", e->localizedDescription().c_str());
+    return 1;
+  }
+  const double mb = generator.bytesWritten() / 1e6;
+  std::printf("JSON lines: %llu lines, %llu signposts, %.1f MB\n",
+              static_cast<unsigned long long>(generator.counts().records),
+              static_cast<unsigned long long>(generator.counts().signposts), mb);
+  Warm(dir);
+  const BaselineRun base = Baseline(path);
+  const ReaderRun reader = RunReader(path);
+  std::printf(
+      "  baseline (simdjson on-demand, 4 MB buffer, same fields): %.3f s, %.1f MB/s, "
+      "%llu signposts, %llu values read\n",
+      base.seconds, mb / base.seconds, static_cast<unsigned long long>(base.signposts),
+      static_cast<unsigned long long>(base.fieldsRead));
+  std::printf("  reader: %.3f s, %.1f MB/s, %llu signposts processed, %llu objects delivered\n",
+              reader.seconds, mb / reader.seconds,
+              static_cast<unsigned long long>(reader.processed),
+              static_cast<unsigned long long>(reader.objects));
+  if (reader.processed == 0) {
+    std::printf("  reader time / baseline time: not measured (the reader read nothing)\n");
+  } else {
+    std::printf("  reader time / baseline time: %.2f\n", reader.seconds / base.seconds);
+  }
+  std::printf("  reader RssAnon: %ld KiB before, peak %ld KiB (+%ld KiB)\n", reader.anonBeforeKiB,
+              reader.anonPeakKiB, reader.anonPeakKiB - reader.anonBeforeKiB);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  uint64_t signposts = 1000000, lines = 1000000;
+  std::string only;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    if (i + 1 < argc && (arg == "--signposts" || arg == "--lines")) {
+      if (!ParsePositive(argv[++i], arg == "--lines" ? &lines : &signposts)) {
+        std::fprintf(stderr, "journal_read_bench: %s needs a positive number, not '%s'\n%s",
+                     arg.c_str(), argv[i], kUsage);
+        return 2;
+      }
+      continue;
+    }
+    if (i + 1 < argc && arg == "--only" &&
+        (std::strcmp(argv[i + 1], "journal") == 0 || std::strcmp(argv[i + 1], "json") == 0)) {
+      only = argv[++i];
+      continue;
+    }
+    std::fprintf(stderr, "journal_read_bench: unexpected argument '%s'\n%s", arg.c_str(), kUsage);
+    return 2;
+  }
+  const char* tmp = std::getenv("TMPDIR");
+  std::string dir = std::string(tmp && *tmp ? tmp : "/tmp") + "/lumvane-bench-XXXXXX";
+  if (!mkdtemp(dir.data())) {
+    std::perror("journal_read_bench: mkdtemp");
+    return 1;
+  }
+  int status = 0;
+  if (only.empty() || only == "journal") status |= JournalPart(dir, signposts);
+  if (only.empty() || only == "json") status |= JsonPart(dir, lines);
+  std::error_code ec;
+  std::filesystem::remove_all(dir, ec);
+  return status;
+}

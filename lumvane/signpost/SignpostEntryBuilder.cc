@@ -1,0 +1,346 @@
+#include "lumvane/signpost/SignpostEntryBuilder.h"
+
+#include <simdjson.h>
+
+#include <charconv>
+
+namespace lumvane {
+namespace {
+
+constexpr std::string_view kSignpostPrefix = "SIGNPOST_";
+
+std::optional<uint64_t> ParseUnsigned(std::string_view s) {
+  uint64_t v = 0;
+  if (s.empty() || s.front() < '0' || s.front() > '9') return std::nullopt;
+  const auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), v);
+  if (ec != std::errc() || end != s.data() + s.size()) return std::nullopt;
+  return v;
+}
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// JSON's number grammar: -?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][+-]?[0-9]+)?
+bool IsJsonNumber(std::string_view s) {
+  size_t i = 0;
+  const size_t n = s.size();
+  if (i < n && s[i] == '-') ++i;
+  if (i >= n || !IsDigit(s[i])) return false;
+  if (s[i] == '0') {
+    ++i;
+  } else {
+    while (i < n && IsDigit(s[i])) ++i;
+  }
+  if (i < n && s[i] == '.') {
+    ++i;
+    if (i >= n || !IsDigit(s[i])) return false;
+    while (i < n && IsDigit(s[i])) ++i;
+  }
+  if (i < n && (s[i] == 'e' || s[i] == 'E')) {
+    ++i;
+    if (i < n && (s[i] == '+' || s[i] == '-')) ++i;
+    if (i >= n || !IsDigit(s[i])) return false;
+    while (i < n && IsDigit(s[i])) ++i;
+  }
+  return i == n;
+}
+
+// Text that a payload may carry: UTF-8 without NUL bytes.
+bool IsText(std::string_view s) {
+  return s.find('\0') == std::string_view::npos && simdjson::validate_utf8(s.data(), s.size());
+}
+
+}  // namespace
+
+int64_t SignpostTime::elapsedNanoseconds(const SignpostTime& from, const SignpostTime& to) {
+  // Differences are taken in unsigned arithmetic and then read as signed, so
+  // that no pair of inputs overflows.
+  if (from.boottimeNsec && to.boottimeNsec) {
+    return static_cast<int64_t>(*to.boottimeNsec - *from.boottimeNsec);
+  }
+  if (from.monotonicUsec && to.monotonicUsec) {
+    return static_cast<int64_t>((*to.monotonicUsec - *from.monotonicUsec) * 1000u);
+  }
+  return static_cast<int64_t>((to.realtimeUsec - from.realtimeUsec) * 1000u);
+}
+
+std::optional<Number> SignpostEntryBuilder::parseNumber(std::string_view s) {
+  if (s.empty()) return std::nullopt;
+  const char* const first = s.data();
+  const char* const last = s.data() + s.size();
+  const bool sign = s.front() == '-' || s.front() == '+';
+  bool allDigits = s.size() > (sign ? 1u : 0u);
+  for (size_t i = sign ? 1 : 0; i < s.size() && allDigits; ++i) allDigits = IsDigit(s[i]);
+  if (allDigits) {
+    int64_t i = 0;
+    const char* from = s.front() == '+' ? first + 1 : first;
+    auto r = std::from_chars(from, last, i);
+    if (r.ec == std::errc() && r.ptr == last) return Number::fromInt64(i);
+    if (!sign) {
+      uint64_t u = 0;
+      r = std::from_chars(first, last, u);
+      if (r.ec == std::errc() && r.ptr == last) return Number::fromUInt64(u);
+    }
+  }
+  if (!IsJsonNumber(s)) return std::nullopt;
+  double d = 0;
+  const auto r = std::from_chars(first, last, d, std::chars_format::general);
+  if (r.ec != std::errc() || r.ptr != last) return std::nullopt;
+  return Number::fromDouble(d);
+}
+
+std::optional<SignpostEntryBuilder::Field> SignpostEntryBuilder::fieldOf(std::string_view name) {
+  if (name.substr(0, kSignpostPrefix.size()) == kSignpostPrefix) {
+    const std::string_view rest = name.substr(kSignpostPrefix.size());
+    static constexpr std::pair<std::string_view, Field> kSignpostFields[] = {
+        {"TYPE", kType},
+        {"ID", kID},
+        {"SCOPE", kScope},
+        {"SUBSYSTEM", kSubsystem},
+        {"CATEGORY", kCategory},
+        {"NAME", kName},
+        {"TELEMETRY", kTelemetry},
+        {"ANIMATION", kAnimation},
+        {"STRING1_NAME", kString1Name},
+        {"STRING1_VALUE", kString1Value},
+        {"STRING2_NAME", kString2Name},
+        {"STRING2_VALUE", kString2Value},
+        {"NUMBER1_NAME", kNumber1Name},
+        {"NUMBER1_VALUE", kNumber1Value},
+        {"NUMBER2_NAME", kNumber2Name},
+        {"NUMBER2_VALUE", kNumber2Value},
+        {"TID", kTID},
+        {"BOOTTIME_NSEC", kBoottime},
+    };
+    for (const auto& [n, f] : kSignpostFields) {
+      if (n == rest) return f;
+    }
+    return std::nullopt;
+  }
+  static constexpr std::pair<std::string_view, Field> kOtherFields[] = {
+      {"_PID", kPID},
+      {"_EXE", kExe},
+      {"_COMM", kComm},
+      {"_BOOT_ID", kBootID},
+      {"OBJECT_PID", kObjectPID},
+      {"OBJECT_EXE", kObjectExe},
+      {"OBJECT_COMM", kObjectComm},
+      {"__REALTIME_TIMESTAMP", kRealtime},
+      {"__MONOTONIC_TIMESTAMP", kMonotonic},
+  };
+  for (const auto& [n, f] : kOtherFields) {
+    if (n == name) return f;
+  }
+  return std::nullopt;
+}
+
+void SignpostEntryBuilder::reset() {
+  for (Slot& s : slots_) {
+    s.present = false;
+    s.conflict = false;
+  }
+  attributeCount_ = 0;
+  isSignpost_ = false;
+  unreadable_ = false;
+  realtime_.reset();
+  monotonic_.reset();
+  bootIDOverride_.clear();
+}
+
+bool SignpostEntryBuilder::wants(std::string_view field) {
+  return field == "MESSAGE_ID" || field == "SIGNPOST_ATTRIBUTE" || fieldOf(field).has_value();
+}
+
+void SignpostEntryBuilder::add(std::string_view field, std::string_view value) {
+  if (field == "MESSAGE_ID") {
+    isSignpost_ = isSignpost_ || value == kMessageID;
+    return;
+  }
+  if (field == "SIGNPOST_ATTRIBUTE") {
+    if (attributeCount_ == attributes_.size()) attributes_.emplace_back();
+    attributes_[attributeCount_++].assign(value);
+    return;
+  }
+  const std::optional<Field> f = fieldOf(field);
+  if (!f) return;
+  Slot& slot = slots_[*f];
+  if (!slot.present) {
+    slot.value.assign(value);
+    slot.present = true;
+  } else if (slot.value != value) {
+    slot.conflict = true;
+  }
+}
+
+const std::string* SignpostEntryBuilder::text(Field f) const {
+  const Slot& s = slots_[f];
+  return s.present && !s.conflict ? &s.value : nullptr;
+}
+
+std::optional<uint64_t> SignpostEntryBuilder::realtimeUsec() const {
+  if (realtime_) return realtime_;
+  const std::string* t = text(kRealtime);
+  return t ? ParseUnsigned(*t) : std::nullopt;
+}
+
+SignpostEntryBuilder::Verdict SignpostEntryBuilder::finish() {
+  if (!isSignpost_) return Verdict::NotSignpost;
+  const std::optional<uint64_t> realtime = realtimeUsec();
+  if (!realtime) return Verdict::NoRealtime;
+  entry_.time.realtimeUsec = *realtime;
+  return !unreadable_ && readEntry() ? Verdict::Signpost : Verdict::Malformed;
+}
+
+bool SignpostEntryBuilder::readEntry() {
+  SignpostEntry& e = entry_;
+  // A signpost field with two different values cannot be read.
+  for (int f = kType; f <= kBoottime; ++f) {
+    if (slots_[f].conflict) return false;
+  }
+  const std::string* type = text(kType);
+  const std::string* id = text(kID);
+  const std::string* scope = text(kScope);
+  const std::string* subsystem = text(kSubsystem);
+  const std::string* category = text(kCategory);
+  if (!type || !id || !scope || !subsystem || !category) return false;
+
+  if (*type == "begin") {
+    e.type = SignpostEntry::Type::Begin;
+  } else if (*type == "end") {
+    e.type = SignpostEntry::Type::End;
+  } else if (*type == "event") {
+    e.type = SignpostEntry::Type::Event;
+  } else {
+    return false;
+  }
+  if (*scope == "process") {
+    e.scope = SignpostEntry::Scope::Process;
+  } else if (*scope == "thread") {
+    e.scope = SignpostEntry::Scope::Thread;
+  } else if (*scope == "system") {
+    e.scope = SignpostEntry::Scope::System;
+  } else {
+    return false;
+  }
+  const std::optional<uint64_t> signpostID = ParseUnsigned(*id);
+  if (!signpostID) return false;
+  e.signpostID = *signpostID;
+
+  // Text fields end up in payloads and log lines: they must be text.
+  auto readText = [this](Field f, std::optional<std::string>* out) {
+    const std::string* t = text(f);
+    if (!t) {
+      out->reset();
+      return true;
+    }
+    if (!IsText(*t)) return false;
+    if (*out) {
+      (*out)->assign(*t);
+    } else {
+      out->emplace(*t);
+    }
+    return true;
+  };
+  if (!IsText(*subsystem) || !IsText(*category)) return false;
+  e.subsystem.assign(*subsystem);
+  e.category.assign(*category);
+  if (!readText(kName, &e.name)) return false;
+
+  const std::string* telemetry = text(kTelemetry);
+  const std::string* animation = text(kAnimation);
+  e.telemetry = telemetry && *telemetry == "1";
+  e.animation = animation && *animation == "1";
+
+  // Argument slots: filled when both the name and a readable value are
+  // there, never half.
+  SignpostArguments& a = e.arguments;
+  auto stringSlot = [&](Field nameField, Field valueField,
+                        std::optional<SignpostArguments::StringSlot>* slot) {
+    std::optional<std::string> n, v;
+    if (!readText(nameField, &n) || !readText(valueField, &v)) return false;
+    if (n && v) {
+      *slot = SignpostArguments::StringSlot{std::move(*n), std::move(*v)};
+    } else {
+      slot->reset();
+    }
+    return true;
+  };
+  auto numberSlot = [&](Field nameField, Field valueField,
+                        std::optional<SignpostArguments::NumberSlot>* slot) {
+    std::optional<std::string> n;
+    if (!readText(nameField, &n)) return false;
+    const std::string* v = text(valueField);
+    const std::optional<Number> value = v ? parseNumber(*v) : std::nullopt;
+    if (n && value) {
+      *slot = SignpostArguments::NumberSlot{std::move(*n), *value};
+    } else {
+      slot->reset();
+    }
+    return true;
+  };
+  if (!stringSlot(kString1Name, kString1Value, &a.string1) ||
+      !stringSlot(kString2Name, kString2Value, &a.string2) ||
+      !numberSlot(kNumber1Name, kNumber1Value, &a.number1) ||
+      !numberSlot(kNumber2Name, kNumber2Value, &a.number2)) {
+    return false;
+  }
+
+  // A key given twice with two values has no winner, so neither is kept.
+  a.attributes.clear();
+  std::vector<bool> clash;
+  for (size_t i = 0; i < attributeCount_; ++i) {
+    const std::string& t = attributes_[i];
+    if (!IsText(t)) return false;
+    const size_t eq = t.find('=');
+    if (eq == std::string::npos) continue;
+    const std::string_view key(t.data(), eq);
+    const std::string_view value(t.data() + eq + 1, t.size() - eq - 1);
+    size_t k = 0;
+    while (k < a.attributes.size() && a.attributes[k].first != key) ++k;
+    if (k == a.attributes.size()) {
+      a.attributes.emplace_back(std::string(key), std::string(value));
+      clash.push_back(false);
+    } else if (a.attributes[k].second != value) {
+      clash[k] = true;
+    }
+  }
+  size_t kept = 0;
+  for (size_t k = 0; k < a.attributes.size(); ++k) {
+    if (clash[k]) continue;
+    if (kept != k) a.attributes[kept] = std::move(a.attributes[k]);
+    ++kept;
+  }
+  a.attributes.resize(kept);
+
+  // The process: the one the entry was sent on behalf of, else the sender.
+  const bool onBehalf = slots_[kObjectPID].present;
+  const Field pidField = onBehalf ? kObjectPID : kPID;
+  const std::string* pid = text(pidField);
+  e.pid = pid ? ParseUnsigned(*pid) : std::nullopt;
+  if (!readText(onBehalf ? kObjectExe : kExe, &e.processImagePath) ||
+      !readText(onBehalf ? kObjectComm : kComm, &e.processName)) {
+    return false;
+  }
+  const std::string* tid = text(kTID);
+  e.tid = tid ? ParseUnsigned(*tid) : std::nullopt;
+  if (e.scope != SignpostEntry::Scope::System && !e.pid) return false;
+  if (e.scope == SignpostEntry::Scope::Thread && !e.tid) return false;
+
+  const std::string* boottime = text(kBoottime);
+  e.time.boottimeNsec = boottime ? ParseUnsigned(*boottime) : std::nullopt;
+  if (monotonic_) {
+    e.time.monotonicUsec = monotonic_;
+  } else {
+    const std::string* m = text(kMonotonic);
+    e.time.monotonicUsec = m ? ParseUnsigned(*m) : std::nullopt;
+  }
+  if (!bootIDOverride_.empty()) {
+    e.bootID.assign(bootIDOverride_);
+  } else if (const std::string* b = text(kBootID)) {
+    e.bootID.assign(*b);
+  } else {
+    e.bootID.clear();
+  }
+  return true;
+}
+
+}  // namespace lumvane

@@ -1,0 +1,202 @@
+#include "lumvane/platform/LogBackend.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "tests/support/TestSupport.h"
+
+namespace lumvane {
+namespace {
+
+constexpr char kProgram[] = "lumvane_platform_tests";
+
+std::string Prefix(pid_t pid) { return std::string(kProgram) + "[" + std::to_string(pid) + "]: "; }
+
+TEST(LogBackendTest, StderrRecordsCarryProgramLevelAndHandleAndContinueWithoutPrefix) {
+  testing::TempDir dir;
+  int fd = ::open(dir.file("err").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(fd, 0);
+  auto backend = NewStderrLogBackend(LogLevel::Info, fd);
+  backend->write(LogLevel::Info, "com.orvel.Vantrel", "lumvane", "Done processing 3 objects");
+  backend->write(LogLevel::Debug, "com.orvel.Vantrel", "lumvane", "below the threshold");
+  backend->write(LogLevel::Error, "sub", "cat", "first\nsecond\n");
+  backend->write(LogLevel::Info, "sub", "cat", "");
+  ::close(fd);
+  const std::string p = Prefix(::getpid());
+  EXPECT_EQ(testing::ReadFile(dir.file("err")),
+            p + "info com.orvel.Vantrel/lumvane: Done processing 3 objects\n" +  //
+                p + "error sub/cat: first\nsecond\n" +                         //
+                p + "info sub/cat: \n");
+}
+
+TEST(LogBackendTest, TargetComesFromTheVariableElseFromTheJournalStream) {
+  testing::TempDir dir;
+  int fd = ::open(dir.file("err").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_GE(fd, 0);
+  struct stat st;
+  ASSERT_EQ(::fstat(fd, &st), 0);
+  const std::string dev = std::to_string(st.st_dev), ino = std::to_string(st.st_ino);
+  const std::string match = dev + ":" + ino;
+  const std::string otherInode = dev + ":" + std::to_string(st.st_ino + 1);
+  const std::string complaint = "lumvane: LUMVANE_LOG_TARGET=";
+  const struct {
+    const char* target;
+    std::optional<std::string> stream;
+    LogTarget expected;
+    bool complains;
+  } cases[] = {
+      {nullptr, std::nullopt, LogTarget::Stderr, false},
+      {nullptr, match, LogTarget::Journal, false},
+      {"", match, LogTarget::Journal, false},
+      {nullptr, otherInode, LogTarget::Stderr, false},
+      {nullptr, match + ":", LogTarget::Stderr, false},
+      {nullptr, dev, LogTarget::Stderr, false},
+      {nullptr, ":" + ino, LogTarget::Stderr, false},
+      {nullptr, "-" + match, LogTarget::Stderr, false},
+      {"stderr", match, LogTarget::Stderr, false},
+      {"syslog", match, LogTarget::Syslog, false},
+      {"journal", std::nullopt, LogTarget::Journal, false},
+      {"JOURNAL", match, LogTarget::Journal, true},
+      {"file", std::nullopt, LogTarget::Stderr, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.target ? c.target : "(unset)") + " / " +
+                 c.stream.value_or("(unset)"));
+    testing::ScopedEnv target("LUMVANE_LOG_TARGET", c.target);
+    testing::ScopedEnv stream("JOURNAL_STREAM", c.stream ? c.stream->c_str() : nullptr);
+    ASSERT_EQ(::ftruncate(fd, 0), 0);
+    ASSERT_EQ(::lseek(fd, 0, SEEK_SET), 0);
+    EXPECT_EQ(LogTargetFromEnvironment(fd), c.expected);
+    const std::string said = testing::ReadFile(dir.file("err"));
+    EXPECT_EQ(said.rfind(complaint, 0) == 0, c.complains) << said;
+  }
+  ::close(fd);
+}
+
+constexpr int kNoNamespaces = 77;
+
+void WriteProcFile(const char* path, const std::string& text) {
+  int fd = ::open(path, O_WRONLY | O_CLOEXEC);
+  if (fd < 0 || ::write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    ::_exit(kNoNamespaces);
+  }
+  ::close(fd);
+}
+
+struct ChildRun {
+  pid_t pid = -1;
+  int status = -1;  // exit status; kNoNamespaces when the mount was refused
+  std::string output;
+};
+
+// Runs `body` in a child process with a fresh tmpfs over `directory`, in
+// its own user and mount namespaces, and gives back what the body wrote to
+// the descriptor it was handed.
+ChildRun InPrivateMount(const char* directory, void (*body)(int out)) {
+  ChildRun run;
+  int pipeFds[2];
+  if (::pipe2(pipeFds, O_CLOEXEC) != 0) return run;
+  run.pid = ::fork();
+  if (run.pid == 0) {
+    ::alarm(10);
+    const uid_t uid = ::getuid();
+    const gid_t gid = ::getgid();
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ::_exit(kNoNamespaces);
+    WriteProcFile("/proc/self/setgroups", "deny");
+    WriteProcFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
+    WriteProcFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
+    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("tmpfs", directory, "tmpfs", 0, nullptr) != 0) {
+      ::_exit(kNoNamespaces);
+    }
+    body(pipeFds[1]);
+    ::_exit(0);
+  }
+  ::close(pipeFds[1]);
+  char buf[4096];
+  for (ssize_t n; (n = ::read(pipeFds[0], buf, sizeof buf)) > 0;) run.output.append(buf, n);
+  ::close(pipeFds[0]);
+  int status = 0;
+  if (run.pid > 0 && ::waitpid(run.pid, &status, 0) == run.pid && WIFEXITED(status)) {
+    run.status = WEXITSTATUS(status);
+  }
+  return run;
+}
+
+// glibc's syslog(3) writes datagrams to /dev/log: the child listens there
+// itself and passes each datagram on, ending in a NUL.
+void SyslogBody(int out) {
+  int sock = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  struct sockaddr_un addr = {};
+  addr.sun_family = AF_UNIX;
+  std::strcpy(addr.sun_path, "/dev/log");
+  if (sock < 0 || ::bind(sock, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) ::_exit(1);
+
+  auto backend = NewSyslogLogBackend(LogLevel::Info);
+  backend->write(LogLevel::Debug, "sub", "cat", "below the threshold");
+  backend->write(LogLevel::Info, "com.orvel.Vantrel", "lumvane", "first\nsecond\n");
+  backend->write(LogLevel::Error, "sub", "cat", "Could not clear cookie file: gone");
+  for (int i = 0; i < 2; ++i) {
+    char buf[2048];
+    ssize_t n = ::recv(sock, buf, sizeof buf - 1, 0);
+    if (n < 0) ::_exit(2);
+    buf[n] = '\0';
+    if (::write(out, buf, static_cast<size_t>(n) + 1) != n + 1) ::_exit(3);
+  }
+}
+
+TEST(LogBackendTest, SyslogDatagramsCarryPriorityTagAndRecordText) {
+  const ChildRun run = InPrivateMount("/dev", SyslogBody);
+  if (run.status == kNoNamespaces) GTEST_SKIP() << "no user and mount namespaces here";
+  ASSERT_EQ(run.status, 0);
+  const std::string& received = run.output;
+  const pid_t pid = run.pid;
+
+  std::vector<std::string> datagrams;
+  for (size_t start = 0, end; (end = received.find('\0', start)) != std::string::npos;
+       start = end + 1) {
+    datagrams.push_back(received.substr(start, end - start));
+  }
+  // Facility daemon (3 << 3) plus the level's priority: info 6, error 3.
+  const struct {
+    const char* priority;
+    std::string tail;
+  } expected[] = {
+      {"<30>", Prefix(pid) + "info com.orvel.Vantrel/lumvane: first\nsecond"},
+      {"<27>", Prefix(pid) + "error sub/cat: Could not clear cookie file: gone"},
+  };
+  ASSERT_EQ(datagrams.size(), std::size(expected));
+  for (size_t i = 0; i < datagrams.size(); ++i) {
+    const std::string& d = datagrams[i];
+    EXPECT_EQ(d.rfind(expected[i].priority, 0), 0u) << d;
+    ASSERT_GE(d.size(), expected[i].tail.size()) << d;
+    EXPECT_EQ(d.substr(d.size() - expected[i].tail.size()), expected[i].tail) << d;
+  }
+}
+
+// With no journal to take it (a private, empty /run), an entry goes to
+// standard error as a stderr record instead of being lost.
+void JournalBody(int out) {
+  ::dup2(out, STDERR_FILENO);
+  NewJournalLogBackend(LogLevel::Debug)->write(LogLevel::Info, "sub", "cat", "kept\n");
+}
+
+TEST(LogBackendTest, JournalEntriesFallBackToStderrWhenNoJournalListens) {
+  const ChildRun run = InPrivateMount("/run", JournalBody);
+  if (run.status == kNoNamespaces) GTEST_SKIP() << "no user and mount namespaces here";
+  ASSERT_EQ(run.status, 0);
+  EXPECT_EQ(run.output, Prefix(run.pid) + "info sub/cat: kept\n");
+}
+
+}  // namespace
+}  // namespace lumvane
