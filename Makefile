@@ -4,7 +4,7 @@ PRESET ?= default
 BUILD_DIR := $(if $(filter default,$(PRESET)),build,build-$(PRESET))
 JOBS ?= $(shell nproc)
 
-.PHONY: all deps configure build test run asan tsan fuzz bench clean install
+.PHONY: all deps configure build test run asan tsan fuzz bench clean install fleet-demo
 
 all: build
 
@@ -43,6 +43,11 @@ fuzz: deps
 
 run: build
 	@scripts/run-demo $(BUILD_DIR)
+
+# The fleet path on one machine: nats-server, lumvane run, upload, collect,
+# report (scripts/fleet-demo).
+fleet-demo: build
+	@scripts/fleet-demo $(BUILD_DIR)
 
 clean:
 	rm -rf build build-asan build-tsan build-fuzz

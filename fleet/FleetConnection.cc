@@ -1,5 +1,7 @@
 #include "fleet/FleetConnection.h"
 
+#include <chrono>
+#include <condition_variable>
 #include <fstream>
 #include <mutex>
 #include <thread>
@@ -17,6 +19,21 @@ struct FleetConnection::Events {
   std::string servers;
   std::atomic<int> state{static_cast<int>(ConnectionState::Connecting)};
   std::atomic<bool> closing{false};  // our own close: nothing to report
+  // Set by the closed callback, the library's last call with this object:
+  // the owner waits for it before letting the object go.
+  std::mutex closedMu;
+  std::condition_variable closedCv;
+  bool closedDelivered = false;
+
+  void deliverClosed() {
+    std::lock_guard<std::mutex> lock(closedMu);
+    closedDelivered = true;
+    closedCv.notify_all();
+  }
+  void waitClosed(std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(closedMu);
+    closedCv.wait_for(lock, limit, [this] { return closedDelivered; });
+  }
 
   // Moves to `next` and logs it, unless that is the state already logged.
   void enter(ConnectionState next, const std::string& message) {
@@ -61,6 +78,7 @@ void OnReconnected(natsConnection* nc, void* closure) {
 void OnClosed(natsConnection*, void* closure) {
   auto* events = static_cast<FleetConnection::Events*>(closure);
   events->enter(ConnectionState::Closed, "connection to " + events->servers + " closed");
+  events->deliverClosed();
 }
 
 int64_t ReconnectDelay(natsConnection*, int attempts, void* closure) {
@@ -228,7 +246,12 @@ std::unique_ptr<FleetConnection> FleetConnection::OpenRetrying(const ConnectionS
 FleetConnection::~FleetConnection() {
   events_->closing.store(true);
   js_.reset();
-  if (nc_) natsConnection_Close(nc_.get());
+  if (nc_) {
+    natsConnection_Close(nc_.get());
+    // The library calls back (disconnected, then closed) on a thread of its
+    // own after Close returns; Events must outlive those calls.
+    events_->waitClosed(std::chrono::seconds(5));
+  }
 }
 
 ConnectionState FleetConnection::state() const {

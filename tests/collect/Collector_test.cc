@@ -1,0 +1,148 @@
+// The collector against a real nats-server: whatever happens between
+// commit and acknowledgement, or to the server, the database ends with
+// exactly the published events, each once.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "collect/Collector.h"
+#include "collect/EventStore.h"
+#include "collect/SqliteStatement.h"
+#include "fleet/FleetConnection.h"
+#include "tests/support/NatsTestServer.h"
+#include "tests/support/TestSupport.h"
+
+namespace lumvane::collect {
+namespace {
+
+using lumvane::testing::NatsTestServer;
+using lumvane::testing::TempDir;
+
+class CollectorTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (NatsTestServer::Binary().empty()) GTEST_SKIP() << "nats-server is not installed";
+    ASSERT_FALSE(NatsTestServer::Start({}, &server_));
+    settings_.servers = {server_->url()};
+    settings_.stream.create = true;
+    settings_.backoff = {std::chrono::milliseconds(20), std::chrono::milliseconds(200), 0.2};
+    ASSERT_FALSE(EventStore::Open(dir_.file("fleet.db"), false, &store_));
+  }
+
+  // Publishes events first .. first+count-1 of machine "m1", payload
+  // {"N": i}, each with its own message ID.
+  void publish(int first, int count) {
+    std::unique_ptr<fleet::FleetConnection> connection;
+    ASSERT_FALSE(fleet::FleetConnection::Open(settings_, std::make_shared<fleet::Backoff>(settings_.backoff),
+                                              nullptr, &connection));
+    for (int i = first; i < first + count; ++i) {
+      const std::string id = "m1:1:" + std::to_string(i);
+      const std::string line = "{\"name\": \"e.x\", \"payload\": {\"N\": " + std::to_string(i) +
+                               "}, \"sent\": " + std::to_string(sentBase_ + i) + "}";
+      jsPubOptions options;
+      jsPubOptions_Init(&options);
+      options.MsgId = id.c_str();
+      jsPubAck* ack = nullptr;
+      ASSERT_EQ(js_Publish(&ack, connection->jetStream(), "lumvane.m1.e%2Ex", line.data(),
+                           static_cast<int>(line.size()), &options, nullptr),
+                NATS_OK);
+      jsPubAck_Destroy(ack);
+    }
+  }
+
+  // The payload numbers in the database, each with the times it is stored.
+  void expectEachOnce(int count) {
+    std::unique_ptr<SqliteStatement> stmt;
+    ASSERT_FALSE(store_->database().prepare(
+        "SELECT json_extract(payload, '$.N'), count(*) FROM events GROUP BY 1 ORDER BY 1", &stmt));
+    std::optional<Error> error;
+    int expected = 0;
+    while (stmt->step(&error)) {
+      EXPECT_EQ(stmt->int64(0), expected) << "event missing before it";
+      EXPECT_EQ(stmt->int64(1), 1) << "event " << stmt->int64(0) << " stored more than once";
+      ++expected;
+    }
+    EXPECT_FALSE(error);
+    EXPECT_EQ(expected, count);
+  }
+
+  TempDir dir_;
+  std::unique_ptr<NatsTestServer> server_;
+  fleet::ConnectionSettings settings_;
+  std::unique_ptr<EventStore> store_;
+  // Recent, so that the collector's pruning (90 days) keeps them.
+  const int64_t sentBase_ = std::chrono::duration_cast<std::chrono::microseconds>(
+                                std::chrono::system_clock::now().time_since_epoch())
+                                .count();
+};
+
+TEST_F(CollectorTest, KilledBetweenCommitAndAckLeavesEachEventOnce) {
+  constexpr int kEvents = 300;
+  publish(0, kEvents);
+  CollectorOptions options;
+  options.batch = 40;
+  options.fetchWaitMs = 200;
+  options.ackWaitMs = 500;  // redelivery of the abandoned batch comes soon
+  options.drain = true;
+  std::atomic<bool> stop{false};
+  // Three collectors in turn, each dying after its n-th commit unacknowledged;
+  // the fourth runs to the end.
+  int received = 0;
+  for (int dieAfter : {2, 1, 3, 0}) {
+    int commits = 0;
+    options.afterCommit = [&commits, dieAfter] { return dieAfter == 0 || ++commits < dieAfter; };
+    Collector collector(settings_, options, store_.get());
+    ASSERT_FALSE(collector.run(stop));
+    received += collector.counts().received;
+  }
+  expectEachOnce(kEvents);
+  EXPECT_GE(received, kEvents + 3) << "the abandoned batches were never delivered again";
+}
+
+TEST_F(CollectorTest, ServerKilledAndRestartedMidwayLosesAndDoublesNothing) {
+  constexpr int kBefore = 400, kAfter = 100;
+  publish(0, kBefore);
+  CollectorOptions options;
+  options.batch = 50;
+  options.fetchWaitMs = 200;
+  options.ackWaitMs = 1000;
+  std::atomic<bool> killed{false}, stop{false};
+  int commits = 0;
+  options.afterCommit = [&] {
+    // After the third commit the server dies before the acknowledgements
+    // go out; the test restarts it while the collector retries.
+    if (++commits == 3) {
+      server_->kill();
+      killed.store(true);
+    }
+    return true;
+  };
+  Collector collector(settings_, options, store_.get());
+  std::optional<Error> result;
+  std::thread thread([&] { result = collector.run(stop); });
+  while (!killed.load()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  ASSERT_FALSE(server_->start());
+  publish(kBefore, kAfter);
+  std::unique_ptr<EventStore> reader;
+  ASSERT_FALSE(EventStore::Open(dir_.file("fleet.db"), true, &reader));
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  for (;;) {
+    std::unique_ptr<SqliteStatement> count;
+    ASSERT_FALSE(reader->database().prepare("SELECT count(*) FROM events", &count));
+    std::optional<Error> error;
+    if ((count->step(&error) && count->int64(0) >= kBefore + kAfter) || std::chrono::steady_clock::now() > deadline) {
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  stop.store(true);
+  thread.join();
+  EXPECT_FALSE(result);
+  expectEachOnce(kBefore + kAfter);
+}
+
+}  // namespace
+}  // namespace lumvane::collect
