@@ -1,6 +1,5 @@
 // lumvane-collect: writes the fleet's telemetry events from JetStream into
 // SQLite, and reports on them. See --help and Collector.h.
-#include <signal.h>
 
 #include <atomic>
 #include <cstdio>
@@ -13,12 +12,9 @@
 #include "collect/FleetReport.h"
 #include "collect/FleetReportFormat.h"
 #include "fleet/FleetLog.h"
+#include "fleet/StopSignals.h"
 
 namespace {
-
-std::atomic<bool> gStop{false};
-
-void OnSignal(int) { gStop.store(true); }
 
 int Report(const lumvane::collect::CollectSettings& settings) {
   using namespace lumvane;
@@ -62,16 +58,11 @@ int main(int argc, char** argv) {
     fleet::FleetLog(error->description());
     return 1;
   }
-  struct sigaction action {};
-  action.sa_handler = OnSignal;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  const std::atomic<bool>& stop = fleet::InstallStopSignals();
 
   collect::Collector collector(settings.connection, settings.collector, store.get());
   fleet::FleetLog("collecting into " + settings.database + " from " + settings.connection.serverList());
-  std::optional<Error> error = collector.run(gStop);
+  std::optional<Error> error = collector.run(stop);
   const collect::CollectorCounts& counts = collector.counts();
   fleet::FleetLog("received " + std::to_string(counts.received) + " messages, stored " +
                   std::to_string(counts.stored) + " new events, kept " + std::to_string(counts.rejected) +

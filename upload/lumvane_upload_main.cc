@@ -1,7 +1,6 @@
 // lumvane-upload: ships this machine's telemetry event spool to the fleet's
 // JetStream servers. See --help and Uploader.h.
 #include <nats/nats.h>
-#include <signal.h>
 
 #include <atomic>
 #include <cstdio>
@@ -9,18 +8,11 @@
 #include <vector>
 
 #include "fleet/FleetLog.h"
+#include "fleet/StopSignals.h"
 #include "upload/MachineKey.h"
 #include "upload/UploadSettings.h"
 #include "upload/UploadStatus.h"
 #include "upload/Uploader.h"
-
-namespace {
-
-std::atomic<bool> gStop{false};
-
-void OnSignal(int) { gStop.store(true); }
-
-}  // namespace
 
 int main(int argc, char** argv) {
   using namespace lumvane;
@@ -54,18 +46,13 @@ int main(int argc, char** argv) {
       return 1;
     }
   }
-  struct sigaction action {};
-  action.sa_handler = OnSignal;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
-  signal(SIGPIPE, SIG_IGN);
+  const std::atomic<bool>& stop = fleet::InstallStopSignals();
 
   std::optional<Error> error;
   {
     upload::Uploader uploader(settings, key);
     fleet::FleetLog("uploading " + paths.events + " as " + key + " to " + settings.connection.serverList());
-    error = uploader.run(gStop);
+    error = uploader.run(stop);
   }
   nats_Close();  // the client library's threads and memory, once every connection is gone
   if (error) {
