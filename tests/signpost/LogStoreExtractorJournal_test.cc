@@ -9,6 +9,7 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "tests/support/JournalFiles.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/signpost/CollectedObjects.h"
 
 namespace lumvane {
 namespace {
@@ -61,18 +62,10 @@ struct E {
   }
 };
 
-template <class T>
-std::function<bool(T)> Keep(std::vector<T>* out) {
-  return [out](T o) { return out->push_back(std::move(o)), true; };
-}
-
 // Makes a journal file of `entries` and reads it (the directory, or with
 // `asFile` the file itself) over [start, end].
-struct JournalRun {
+struct JournalRun : testing::CollectedObjects {
   testing::TempDir dir;
-  std::vector<std::shared_ptr<const SignpostInterval>> intervals;
-  std::vector<std::shared_ptr<const SignpostAnimationInterval>> animations;
-  std::vector<std::shared_ptr<const SignpostEvent>> events;
   LogStoreExtractor extractor;
   bool ok = false;
   std::optional<Error> error;
@@ -83,9 +76,7 @@ struct JournalRun {
     for (const E& e : entries) text += e.text();
     const std::string file = testing::MakeJournalFile(dir.path(), "system", text);
     ASSERT_FALSE(file.empty());
-    extractor.setIntervalCompletionProcessingBlock(Keep(&intervals));
-    extractor.setAnimationIntervalCompletionProcessingBlock(Keep(&animations));
-    extractor.setEmitEventProcessingBlock(Keep(&events));
+    attach(extractor);
     ok = extractor.processLogArchiveWithPath(asFile ? file : dir.path(), start, end, &error);
     ASSERT_TRUE(ok) << (error ? error->localizedDescription() : "");
   }
@@ -194,35 +185,6 @@ TEST(LogStoreExtractorJournalTest, BeginWinsEachSlotAndAttributesMergeWithTeleme
   EXPECT_EQ(enabled, (std::vector<bool>{true, true, false}));
 }
 
-TEST(LogStoreExtractorJournalTest, NumberValuesByTheirText) {
-  LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE();
-  const std::vector<std::pair<std::string, std::optional<Number>>> cases = {
-      {"-3", Number::fromInt64(-3)},
-      {"+5", Number::fromInt64(5)},
-      {"-9223372036854775808", Number::fromInt64(INT64_MIN)},
-      {"18446744073709551615", Number::fromUInt64(UINT64_MAX)},
-      {"2.5e3", Number::fromDouble(2500)},
-      {"-0.125", Number::fromDouble(-0.125)},
-      {"18446744073709551616", Number::fromDouble(18446744073709551616.0)},
-      {"0x10", std::nullopt},
-      {"1.", std::nullopt},
-      {"n/a", std::nullopt},
-      {"", std::nullopt},
-  };
-  std::vector<E> entries;
-  for (size_t k = 0; k < cases.size(); ++k) {
-    entries.push_back(E().t(static_cast<double>(k))
-                          .with("SIGNPOST_NUMBER1_NAME", "n")
-                          .with("SIGNPOST_NUMBER1_VALUE", cases[k].first));
-  }
-  JournalRun run;
-  run.read(entries);
-  ASSERT_EQ(run.events.size(), cases.size());
-  for (size_t k = 0; k < cases.size(); ++k) {
-    EXPECT_EQ(run.events[k]->number1Value(), cases[k].second) << cases[k].first;
-  }
-}
-
 TEST(LogStoreExtractorJournalTest, FullRangeIdsWindowEdgesAndWhatCountsAsProcessed) {
   LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE();
   const std::string foreign = "5e1fa3b77c0d4e2b9a8f6d3c2b1a0f9e";
@@ -251,21 +213,6 @@ TEST(LogStoreExtractorJournalTest, FullRangeIdsWindowEdgesAndWhatCountsAsProcess
   // The nine signposts in the window, malformed ones included; neither the
   // other program's entry nor the foreign one.
   EXPECT_EQ(run.extractor.processedEventCount(), 9u);
-}
-
-TEST(LogStoreExtractorJournalTest, AnimationCountsFramesStrictlyInside) {
-  LUMVANE_SKIP_WITHOUT_JOURNAL_REMOTE();
-  JournalRun run;
-  run.read({E().t(1).kind("begin").with("SIGNPOST_ANIMATION", "1"), E().t(1),  // at the begin
-            E().t(1.5), E().t(2), E().t(2).sid("5"), E().t(2.5).other(), E().t(2.5),
-            E().t(3),  // at the end: not inside
-            E().t(3).kind("end"), E().t(4).kind("begin").sid("2").with("SIGNPOST_ANIMATION", "1"),
-            E().t(4.5).kind("end").sid("2")});
-  EXPECT_TRUE(run.intervals.empty());
-  ASSERT_EQ(run.animations.size(), 2u);
-  EXPECT_FLOAT_EQ(run.animations[0]->frameRate(), 1.5f);  // 3 frames in 2 s
-  EXPECT_FLOAT_EQ(run.animations[1]->frameRate(), 0.0f);
-  EXPECT_EQ(run.events.size(), 6u);
 }
 
 }  // namespace
