@@ -2,21 +2,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cmath>
-#include <cstring>
 #include <functional>
 #include <limits>
 #include <optional>
 
 #include "lumvane/platform/DovetelEventReader.h"
 #include "lumvane/platform/UniqueFd.h"
+#include "tests/support/PrivateVarTmp.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -184,64 +180,12 @@ TEST(DovetelEventSinkTest, RefusesALinkOrAFifoInPlaceOfTheEventFile) {
   }
 }
 
-// Runs `body` in a child process with its own user and mount namespaces and
-// a tmpfs of `bytes` on `dir`, and answers what the body answered. Absent,
-// with the reason in *whyNot, where the machine allows no namespace.
-std::optional<std::string> RunOnTinyTmpfs(const std::string& dir, size_t bytes,
-                                          const std::function<std::string()>& body,
-                                          std::string* whyNot) {
-  int fds[2];
-  if (::pipe(fds) != 0) {
-    *whyNot = "pipe failed";
-    return std::nullopt;
-  }
-  const uid_t uid = ::getuid();
-  const gid_t gid = ::getgid();
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::close(fds[0]);
-    auto say = [&](const std::string& text, int status) {
-      (void)!::write(fds[1], text.data(), text.size());
-      ::_exit(status);
-    };
-    auto put = [&](const char* file, const std::string& text) {
-      UniqueFd fd(::open(file, O_WRONLY));
-      return fd && ::write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    };
-    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-      say(std::string("unshare: ") + std::strerror(errno), 3);
-    }
-    if (!put("/proc/self/setgroups", "deny") ||
-        !put("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1") ||
-        !put("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1")) {
-      say("cannot map the user", 3);
-    }
-    const std::string size = "size=" + std::to_string(bytes);
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("tmpfs", dir.c_str(), "tmpfs", 0, size.c_str()) != 0) {
-      say(std::string("mount: ") + std::strerror(errno), 3);
-    }
-    say(body(), 0);
-  }
-  ::close(fds[1]);
-  std::string answer;
-  char buf[4096];
-  ssize_t n;
-  while ((n = ::read(fds[0], buf, sizeof buf)) > 0) answer.append(buf, static_cast<size_t>(n));
-  ::close(fds[0]);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return answer;
-  *whyNot = answer.empty() ? "the child failed" : answer;
-  return std::nullopt;
-}
-
 TEST(DovetelEventSinkTest, FullDiskLogsTheSystemsReasonAndLeavesWholeLines) {
   TempDir dir;
   const std::string path = dir.file("events.ndjson");
   std::string whyNot;
   // One 4 KiB page: the append that crosses its end is written short.
-  std::optional<std::string> answer = RunOnTinyTmpfs(dir.path(), 4096, [&] {
+  std::optional<std::string> answer = testing::RunInPrivateTmpfs(dir.path(), "size=4096", [&] {
     ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.path().c_str());
     ScopedLogCapture capture;
     auto sink = NewFileDovetelEventSink();

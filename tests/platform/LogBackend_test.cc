@@ -2,17 +2,15 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "tests/support/PrivateVarTmp.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -83,59 +81,9 @@ TEST(LogBackendTest, TargetComesFromTheVariableElseFromTheJournalStream) {
   ::close(fd);
 }
 
-constexpr int kNoNamespaces = 77;
-
-void WriteProcFile(const char* path, const std::string& text) {
-  int fd = ::open(path, O_WRONLY | O_CLOEXEC);
-  if (fd < 0 || ::write(fd, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-    ::_exit(kNoNamespaces);
-  }
-  ::close(fd);
-}
-
-struct ChildRun {
-  pid_t pid = -1;
-  int status = -1;  // exit status; kNoNamespaces when the mount was refused
-  std::string output;
-};
-
-// Runs `body` in a child process with a fresh tmpfs over `directory`, in
-// its own user and mount namespaces, and gives back what the body wrote to
-// the descriptor it was handed.
-ChildRun InPrivateMount(const char* directory, void (*body)(int out)) {
-  ChildRun run;
-  int pipeFds[2];
-  if (::pipe2(pipeFds, O_CLOEXEC) != 0) return run;
-  run.pid = ::fork();
-  if (run.pid == 0) {
-    ::alarm(10);
-    const uid_t uid = ::getuid();
-    const gid_t gid = ::getgid();
-    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) ::_exit(kNoNamespaces);
-    WriteProcFile("/proc/self/setgroups", "deny");
-    WriteProcFile("/proc/self/uid_map", "0 " + std::to_string(uid) + " 1");
-    WriteProcFile("/proc/self/gid_map", "0 " + std::to_string(gid) + " 1");
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("tmpfs", directory, "tmpfs", 0, nullptr) != 0) {
-      ::_exit(kNoNamespaces);
-    }
-    body(pipeFds[1]);
-    ::_exit(0);
-  }
-  ::close(pipeFds[1]);
-  char buf[4096];
-  for (ssize_t n; (n = ::read(pipeFds[0], buf, sizeof buf)) > 0;) run.output.append(buf, n);
-  ::close(pipeFds[0]);
-  int status = 0;
-  if (run.pid > 0 && ::waitpid(run.pid, &status, 0) == run.pid && WIFEXITED(status)) {
-    run.status = WEXITSTATUS(status);
-  }
-  return run;
-}
-
 // glibc's syslog(3) writes datagrams to /dev/log: the child listens there
-// itself and passes each datagram on, ending in a NUL.
-void SyslogBody(int out) {
+// itself and answers the datagrams, each ended by a NUL.
+std::string SyslogBody() {
   int sock = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   struct sockaddr_un addr = {};
   addr.sun_family = AF_UNIX;
@@ -146,26 +94,26 @@ void SyslogBody(int out) {
   backend->write(LogLevel::Debug, "sub", "cat", "below the threshold");
   backend->write(LogLevel::Info, "com.orvel.Vantrel", "lumvane", "first\nsecond\n");
   backend->write(LogLevel::Error, "sub", "cat", "Could not clear cookie file: gone");
+  std::string received;
   for (int i = 0; i < 2; ++i) {
     char buf[2048];
-    ssize_t n = ::recv(sock, buf, sizeof buf - 1, 0);
+    ssize_t n = ::recv(sock, buf, sizeof buf, 0);
     if (n < 0) ::_exit(2);
-    buf[n] = '\0';
-    if (::write(out, buf, static_cast<size_t>(n) + 1) != n + 1) ::_exit(3);
+    received.append(buf, static_cast<size_t>(n)).push_back('\0');
   }
+  return received;
 }
 
 TEST(LogBackendTest, SyslogDatagramsCarryPriorityTagAndRecordText) {
-  const ChildRun run = InPrivateMount("/dev", SyslogBody);
-  if (run.status == kNoNamespaces) GTEST_SKIP() << "no user and mount namespaces here";
-  ASSERT_EQ(run.status, 0);
-  const std::string& received = run.output;
-  const pid_t pid = run.pid;
+  std::string whyNot;
+  pid_t pid = -1;
+  const auto received = testing::RunInPrivateTmpfs("/dev", "mode=755", SyslogBody, &whyNot, &pid);
+  if (!received) GTEST_SKIP() << "no private /dev: " << whyNot;
 
   std::vector<std::string> datagrams;
-  for (size_t start = 0, end; (end = received.find('\0', start)) != std::string::npos;
+  for (size_t start = 0, end; (end = received->find('\0', start)) != std::string::npos;
        start = end + 1) {
-    datagrams.push_back(received.substr(start, end - start));
+    datagrams.push_back(received->substr(start, end - start));
   }
   // Facility daemon (3 << 3) plus the level's priority: info 6, error 3.
   const struct {
@@ -186,16 +134,16 @@ TEST(LogBackendTest, SyslogDatagramsCarryPriorityTagAndRecordText) {
 
 // With no journal to take it (a private, empty /run), an entry goes to
 // standard error as a stderr record instead of being lost.
-void JournalBody(int out) {
-  ::dup2(out, STDERR_FILENO);
-  NewJournalLogBackend(LogLevel::Debug)->write(LogLevel::Info, "sub", "cat", "kept\n");
-}
-
 TEST(LogBackendTest, JournalEntriesFallBackToStderrWhenNoJournalListens) {
-  const ChildRun run = InPrivateMount("/run", JournalBody);
-  if (run.status == kNoNamespaces) GTEST_SKIP() << "no user and mount namespaces here";
-  ASSERT_EQ(run.status, 0);
-  EXPECT_EQ(run.output, Prefix(run.pid) + "info sub/cat: kept\n");
+  std::string whyNot;
+  pid_t pid = -1;
+  const auto said = testing::RunInPrivateTmpfs("/run", "mode=755", [] {
+    ::dup2(::open("/run/err", O_RDWR | O_CREAT, 0600), STDERR_FILENO);
+    NewJournalLogBackend(LogLevel::Debug)->write(LogLevel::Info, "sub", "cat", "kept\n");
+    return testing::ReadFile("/run/err");
+  }, &whyNot, &pid);
+  if (!said) GTEST_SKIP() << "no private /run: " << whyNot;
+  EXPECT_EQ(*said, Prefix(pid) + "info sub/cat: kept\n");
 }
 
 }  // namespace
