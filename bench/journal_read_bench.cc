@@ -19,6 +19,7 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <simdjson.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <systemd/sd-journal.h>
 #include <unistd.h>
@@ -62,6 +63,15 @@ constexpr char kUsage[] =
     "for the journal part. Data is generated in a temporary directory ($TMPDIR or\n"
     "/tmp) and removed, or in DIR with --data, where it is kept and reused.\n";
 
+// User and system CPU seconds of this process (RUSAGE_SELF) or of its
+// waited-for children (RUSAGE_CHILDREN). The machine may be shared, so wall
+// time is read next to the CPU time that the same work took.
+double CpuSeconds(int who) {
+  struct rusage u;
+  getrusage(who, &u);
+  return u.ru_utime.tv_sec + u.ru_stime.tv_sec + (u.ru_utime.tv_usec + u.ru_stime.tv_usec) / 1e6;
+}
+
 long StatusKiB(const char* key) {
   std::ifstream in("/proc/self/status");
   const size_t n = std::strlen(key);
@@ -97,7 +107,7 @@ class PeakMemorySampler {
 };
 
 struct ReaderRun {
-  double seconds = 0;
+  double seconds = 0, cpuSeconds = 0;
   uint64_t processed = 0, objects = 0;
   long rssPeakKiB = 0, anonBeforeKiB = 0, anonPeakKiB = 0;
 };
@@ -114,9 +124,11 @@ ReaderRun RunReader(const std::string& store) {
   malloc_trim(0);
   r.anonBeforeKiB = StatusKiB("RssAnon:");
   PeakMemorySampler sampler;
+  const double cpu0 = CpuSeconds(RUSAGE_SELF);
   const auto t0 = Clock::now();
   const bool ok = extractor.processLogArchiveWithPath(store, kStart, kEnd, &error);
   r.seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+  r.cpuSeconds = CpuSeconds(RUSAGE_SELF) - cpu0;
   sampler.stop(&r.rssPeakKiB, &r.anonPeakKiB);
   r.processed = extractor.processedEventCount();
   if (!ok) {
@@ -127,8 +139,9 @@ ReaderRun RunReader(const std::string& store) {
 }
 
 // Runs a program with standard output to /dev/null; answers its time, or a
-// negative number when it failed.
-double TimeProgram(const std::vector<std::string>& argv) {
+// negative number when it failed, and its CPU time in *cpu.
+double TimeProgram(const std::vector<std::string>& argv, double* cpu) {
+  const double cpu0 = CpuSeconds(RUSAGE_CHILDREN);
   std::vector<char*> args;
   for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
@@ -143,12 +156,14 @@ double TimeProgram(const std::vector<std::string>& argv) {
   int status = 0;
   if (pid < 0 || waitpid(pid, &status, 0) != pid) return -1;
   const double s = std::chrono::duration<double>(Clock::now() - t0).count();
+  *cpu = CpuSeconds(RUSAGE_CHILDREN) - cpu0;
   return WIFEXITED(status) && WEXITSTATUS(status) == 0 ? s : -1;
 }
 
 // libsystemd alone: every signpost entry of the directory visited with one
 // data enumeration, nothing decoded. Answers its time, or a negative number.
-double TimeJournalWalk(const std::string& dir, uint64_t* entries) {
+double TimeJournalWalk(const std::string& dir, uint64_t* entries, double* cpu) {
+  const double cpu0 = CpuSeconds(RUSAGE_SELF);
   const auto t0 = Clock::now();
   sd_journal* j = nullptr;
   if (sd_journal_open_directory(&j, dir.c_str(), 0) < 0) return -1;
@@ -166,6 +181,7 @@ double TimeJournalWalk(const std::string& dir, uint64_t* entries) {
   }
   sd_journal_close(j);
   const double s = std::chrono::duration<double>(Clock::now() - t0).count();
+  *cpu = CpuSeconds(RUSAGE_SELF) - cpu0;
   return bytes == 0 ? -1 : s;
 }
 
@@ -215,7 +231,7 @@ void SaveCounts(const std::string& path, uint64_t a, uint64_t b) { std::ofstream
 // place (a line cut by the buffer's end moves to its front), every line
 // parsed on demand and the fields a signpost reader needs read out.
 struct BaselineRun {
-  double seconds = 0;
+  double seconds = 0, cpuSeconds = 0;
   uint64_t lines = 0, signposts = 0, fieldsRead = 0;
 };
 
@@ -256,6 +272,7 @@ BaselineRun Baseline(const std::string& path) {
   std::vector<char> buf(kBuffer + simdjson::SIMDJSON_PADDING);
   simdjson::ondemand::parser parser;
   size_t have = 0;
+  const double cpu0 = CpuSeconds(RUSAGE_SELF);
   const auto t0 = Clock::now();
   for (;;) {
     const ssize_t n = read(fd, buf.data() + have, kBuffer - have);
@@ -300,6 +317,7 @@ BaselineRun Baseline(const std::string& path) {
     have -= std::min(pos, have);
   }
   r.seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+  r.cpuSeconds = CpuSeconds(RUSAGE_SELF) - cpu0;
   close(fd);
   return r;
 }
@@ -348,7 +366,7 @@ int JournalPart(const std::string& dir, uint64_t signposts, uint64_t repeat) {
               static_cast<unsigned long long>(entries), static_cast<unsigned long long>(expected),
               bytes / 1e6, journalDir.c_str());
   Warm(journalDir);
-  std::vector<double> journalctl, walk, reader;
+  std::vector<double> journalctl, walk, reader, journalctlCpu, walkCpu, readerCpu;
   ReaderRun last;
   long rssPeak = 0, anonPeak = 0;
   uint64_t walked = 0;
@@ -359,11 +377,20 @@ int JournalPart(const std::string& dir, uint64_t signposts, uint64_t repeat) {
     // Alternate who goes first, so that a burst of load elsewhere does not
     // fall on one contender only.
     std::vector<std::function<void()>> runs = {
-        [&] { journalctl.push_back(TimeProgram(journalctlArgs)); },
-        [&] { walk.push_back(TimeJournalWalk(journalDir, &walked)); },
+        [&] {
+          double cpu = 0;
+          journalctl.push_back(TimeProgram(journalctlArgs, &cpu));
+          journalctlCpu.push_back(cpu);
+        },
+        [&] {
+          double cpu = 0;
+          walk.push_back(TimeJournalWalk(journalDir, &walked, &cpu));
+          walkCpu.push_back(cpu);
+        },
         [&] {
           last = RunReader(journalDir);
           reader.push_back(last.seconds);
+          readerCpu.push_back(last.cpuSeconds);
           rssPeak = std::max(rssPeak, last.rssPeakKiB);
           anonPeak = std::max(anonPeak, last.anonPeakKiB - last.anonBeforeKiB);
         }};
@@ -371,12 +398,17 @@ int JournalPart(const std::string& dir, uint64_t signposts, uint64_t repeat) {
     for (auto& run : runs) run();
   }
   const double j = Median(journalctl), w = Median(walk), r = Median(reader);
-  std::printf("  journalctl -o export MESSAGE_ID=...: %s s, median %.3f s\n", Times(journalctl).c_str(), j);
-  std::printf("  libsystemd walk, one enumeration per entry: %s s, median %.3f s (%llu entries)\n",
-              Times(walk).c_str(), w, static_cast<unsigned long long>(walked));
-  std::printf("  reader: %s s, median %.3f s; %llu signposts processed, %llu objects delivered\n",
-              Times(reader).c_str(), r, static_cast<unsigned long long>(last.processed),
-              static_cast<unsigned long long>(last.objects));
+  std::printf("  journalctl -o export MESSAGE_ID=...: %s s, median %.3f s, CPU %.3f s\n",
+              Times(journalctl).c_str(), j, Median(journalctlCpu));
+  std::printf(
+      "  libsystemd walk, one enumeration per entry: %s s, median %.3f s, CPU %.3f s (%llu "
+      "entries)\n",
+      Times(walk).c_str(), w, Median(walkCpu), static_cast<unsigned long long>(walked));
+  std::printf(
+      "  reader: %s s, median %.3f s, CPU %.3f s; %llu signposts processed, %llu objects "
+      "delivered\n",
+      Times(reader).c_str(), r, Median(readerCpu), static_cast<unsigned long long>(last.processed),
+      static_cast<unsigned long long>(last.objects));
   if (last.processed == 0 || j <= 0) {
     std::printf("  journalctl time / reader time: not measured (a side read nothing)\n");
   } else {
@@ -416,7 +448,7 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
               static_cast<unsigned long long>(records), static_cast<unsigned long long>(expected),
               mb);
   Warm(path);
-  std::vector<double> baseline, reader;
+  std::vector<double> baseline, reader, baselineCpu, readerCpu;
   BaselineRun base;
   ReaderRun last;
   long rssPeak = 0, anonPeak = 0;
@@ -425,10 +457,12 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
         [&] {
           base = Baseline(path);
           baseline.push_back(base.seconds);
+          baselineCpu.push_back(base.cpuSeconds);
         },
         [&] {
           last = RunReader(path);
           reader.push_back(last.seconds);
+          readerCpu.push_back(last.cpuSeconds);
           rssPeak = std::max(rssPeak, last.rssPeakKiB);
           anonPeak = std::max(anonPeak, last.anonPeakKiB);
         }};
@@ -438,12 +472,13 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
   const double b = Median(baseline), r = Median(reader);
   std::printf(
       "  baseline (simdjson on-demand, 4 MB buffer, same fields): %s s, median %.3f s, "
-      "%.1f MB/s, %llu signposts, %llu values read\n",
-      Times(baseline).c_str(), b, mb / b, static_cast<unsigned long long>(base.signposts),
+      "CPU %.3f s, %.1f MB/s, %llu signposts, %llu values read\n",
+      Times(baseline).c_str(), b, Median(baselineCpu), mb / b, static_cast<unsigned long long>(base.signposts),
       static_cast<unsigned long long>(base.fieldsRead));
-  std::printf("  reader: %s s, median %.3f s, %.1f MB/s, %llu signposts processed, %llu objects "
-              "delivered\n",
-              Times(reader).c_str(), r, mb / r, static_cast<unsigned long long>(last.processed),
+  std::printf(
+      "  reader: %s s, median %.3f s, CPU %.3f s, %.1f MB/s, %llu signposts processed, %llu "
+      "objects delivered\n",
+      Times(reader).c_str(), r, Median(readerCpu), mb / r, static_cast<unsigned long long>(last.processed),
               static_cast<unsigned long long>(last.objects));
   if (last.processed == 0) {
     std::printf("  baseline time / reader time: not measured (the reader read nothing)\n");
