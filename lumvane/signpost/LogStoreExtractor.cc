@@ -1,6 +1,8 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 
+#include <charconv>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "lumvane/filter/LVLog.h"
@@ -30,7 +32,8 @@ class LogStoreExtractor::Pass {
         stats_(owner.stats_),
         startUsec_(MicrosecondsSinceEpoch(start)),
         endUsec_(end < start ? 0 : MicrosecondsSinceEpoch(end)),
-        emptyWindow_(end < start) {}
+        emptyWindow_(end < start),
+        table_(owner.maxOpenIntervals_ ? owner.maxOpenIntervals_ : configuredMaxOpenIntervals()) {}
 
   // Reads one file of JSON lines to its end or to a stop request.
   std::optional<Error> readJsonFile(const std::string& path) {
@@ -92,6 +95,7 @@ class LogStoreExtractor::Pass {
 
   void finish() {
     stats_.unclosedBegins = table_.openCount();
+    stats_.droppedOpenBegins = table_.droppedCount();
     table_.clear();
   }
 
@@ -169,7 +173,12 @@ class LogStoreExtractor::Pass {
     open.arguments = e.arguments;
     open.telemetryEnabled = e.telemetry;
     open.animation = e.animation;
+    const uint64_t droppedBefore = table_.droppedCount();
     (void)table_.open(e, std::move(open));
+    if (droppedBefore == 0 && table_.droppedCount() != 0) {
+      LVLog().info("Open signpost intervals reached the cap of %zu: dropping the earliest begins",
+                   table_.openCount());
+    }
   }
 
   void end(const SignpostEntry& e) {
@@ -242,6 +251,17 @@ void LogStoreExtractor::setBuildAnimationCompositeIntervalTimelines(bool build) 
   buildCompositeTimelines_ = build;
 }
 
+size_t LogStoreExtractor::configuredMaxOpenIntervals() {
+  const char* env = std::getenv(kMaxOpenIntervalsVariable);
+  size_t cap = 0;
+  if (env && *env >= '0' && *env <= '9') {
+    const char* end = env + std::strlen(env);
+    const auto [ptr, ec] = std::from_chars(env, end, cap);
+    if (ec != std::errc() || ptr != end) cap = 0;
+  }
+  return cap ? cap : kDefaultMaxOpenIntervals;
+}
+
 std::optional<std::string> LogStoreExtractor::configuredStorePath() {
   const char* env = std::getenv(kStoreEnvironmentVariable);
   if (env && *env) return std::string(env);
@@ -285,12 +305,14 @@ bool LogStoreExtractor::processLogArchiveWithPath(const std::optional<std::strin
   LVLogDebug(
       "Read signpost store %@%@: %llu signpost entries in window, %llu outside, %llu other "
       "entries; delivered %llu intervals, %llu animation intervals, %llu events; dropped %llu "
-      "duplicate begins, %llu unmatched ends, %llu non-positive intervals, %llu unclosed begins; "
+      "duplicate begins, %llu unmatched ends, %llu non-positive intervals, %llu unclosed begins, "
+      "%llu begins over the open-interval cap; "
       "passed over %llu non-object lines, %llu malformed entries",
       store ? *store : std::string("(system journal)"), stopped ? " (stopped)" : "",
       stats_.recordsInWindow, stats_.recordsOutsideWindow, stats_.otherEntries, stats_.intervals,
       stats_.animationIntervals, stats_.events, stats_.duplicateBegins, stats_.unmatchedEnds,
-      stats_.nonPositiveIntervals, stats_.unclosedBegins, stats_.nonObjectLines,
+      stats_.nonPositiveIntervals, stats_.unclosedBegins, stats_.droppedOpenBegins,
+      stats_.nonObjectLines,
       stats_.malformedRecords);
 
   if (error) {
