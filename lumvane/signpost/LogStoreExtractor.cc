@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include "lumvane/filter/LVLog.h"
@@ -10,6 +11,7 @@
 #include "lumvane/signpost/JournalReader.h"
 #include "lumvane/signpost/LogStoreFile.h"
 #include "lumvane/signpost/SignpostEntryBuilder.h"
+#include "lumvane/signpost/SignpostEntryPipe.h"
 #include "lumvane/signpost/SignpostPairingTable.h"
 #include "lumvane/signpost/SignpostStoreLocation.h"
 
@@ -23,8 +25,12 @@ uint64_t MicrosecondsSinceEpoch(Date d) {
 
 }  // namespace
 
-// The state of one processing: the entry builder and the pairing tables,
-// over the callbacks and statistics of the extractor.
+// The state of one processing. Reading runs on a worker thread: the
+// store's records are parsed and decoded there, and the signpost entries of
+// the window go through a bounded pipe, in store order, to the thread that
+// called processLogArchiveWithPath, which pairs them and calls the
+// callbacks one at a time. Each side counts into its own statistics; they
+// are added up when the worker has ended.
 class LogStoreExtractor::Pass {
  public:
   Pass(LogStoreExtractor& owner, Date start, Date end)
@@ -35,14 +41,54 @@ class LogStoreExtractor::Pass {
         emptyWindow_(end < start),
         table_(owner.maxOpenIntervals_ ? owner.maxOpenIntervals_ : configuredMaxOpenIntervals()) {}
 
-  // Reads one file of JSON lines to its end or to a stop request.
+  // Runs `read` (one of the read* functions below) on a worker thread while
+  // this thread pairs what it decodes; answers the reading error, if any.
+  template <typename Read>
+  std::optional<Error> run(Read read) {
+    std::optional<Error> readError;
+    std::thread worker([&] {
+      readError = read(*this);
+      pipe_.finish();
+    });
+    while (SignpostEntryPipe::Batch* batch = pipe_.take()) {
+      bool stop = false;
+      for (size_t i = 0; i < batch->count && !(stop = stopRequested()); ++i) {
+        handleItem(batch->items[i]);
+      }
+      pipe_.giveBack(batch);
+      if (stop) break;
+    }
+    // Wakes a worker that waits for room; it then ends at its next entry.
+    pipe_.close();
+    worker.join();
+    stats_.recordsOutsideWindow += readerStats_.recordsOutsideWindow;
+    stats_.otherEntries += readerStats_.otherEntries;
+    stats_.nonObjectLines += readerStats_.nonObjectLines;
+    stats_.malformedRecords += readerStats_.malformedRecords;
+    stats_.files += readerStats_.files;
+    return readError;
+  }
+
+  // Worker: reads the JSON files in turn; an error of one file does not
+  // keep the others from being read, and the first one is answered.
+  std::optional<Error> readJsonFiles(const std::vector<std::string>& files) {
+    std::optional<Error> error;
+    for (const std::string& file : files) {
+      if (stopRequested()) break;
+      std::optional<Error> fileError = readJsonFile(file);
+      if (fileError && !error) error = std::move(fileError);
+    }
+    return error;
+  }
+
+  // Worker: reads one file of JSON lines to its end or to a stop request.
   std::optional<Error> readJsonFile(const std::string& path) {
     // The file looks at the stop request itself too, so that a stop is not
     // held up by one endless line.
     LogStoreFile file(owner_.chunkBytes_ ? owner_.chunkBytes_ : LogStoreFile::kDefaultChunkBytes,
                       LogStoreFile::kDefaultMaxRecordBytes, &owner_.stopRequested_);
     if (std::optional<Error> e = file.open(path)) return e;
-    ++stats_.files;
+    ++readerStats_.files;
     std::string_view text;
     for (;;) {
       if (stopRequested()) return std::nullopt;
@@ -53,24 +99,26 @@ class LogStoreExtractor::Pass {
         case LogStoreFile::Next::Failed:
           return file.readError();
         case LogStoreFile::Next::Oversized:
-          ++stats_.malformedRecords;
+          ++readerStats_.malformedRecords;
           continue;
         case LogStoreFile::Next::Record:
-          if (parser_.parse(text, LogStoreFile::kPadding, &builder_)) {
-            handleEntry();
-          } else {
-            ++stats_.nonObjectLines;
+          if (!parser_.parse(text, LogStoreFile::kPadding, &builder_)) {
+            ++readerStats_.nonObjectLines;
+          } else if (!decode()) {
+            return std::nullopt;
           }
+          // The next record may be long in coming: what has come is due now.
+          if (file.mayWait()) pipe_.flush();
           break;
       }
     }
   }
 
-  // Reads the window of a journal, or up to a stop request.
+  // Worker: reads the window of a journal, or up to a stop request.
   std::optional<Error> readJournal(JournalReader::Source source, const std::string& path) {
     std::unique_ptr<JournalReader> journal;
     if (std::optional<Error> e = JournalReader::open(source, path, startUsec_, &journal)) return e;
-    ++stats_.files;
+    ++readerStats_.files;
     uint64_t realtime = 0;
     for (;;) {
       if (stopRequested()) return std::nullopt;
@@ -83,13 +131,13 @@ class LogStoreExtractor::Pass {
           break;
       }
       if (!inWindow(realtime)) {
-        ++stats_.recordsOutsideWindow;
+        ++readerStats_.recordsOutsideWindow;
         // Entries come in time order: past the end, nothing more is due.
         if (realtime > endUsec_) return std::nullopt;
         continue;
       }
       if (std::optional<Error> e = journal->readEntry(&builder_)) return e;
-      handleEntry();
+      if (!decode()) return std::nullopt;
     }
   }
 
@@ -106,30 +154,42 @@ class LogStoreExtractor::Pass {
     return !emptyWindow_ && realtimeUsec >= startUsec_ && realtimeUsec <= endUsec_;
   }
 
-  void handleEntry() {
+  // Worker: judges the entry in the builder and sends the signpost entries
+  // of the window on; false once the pipe is closed.
+  bool decode() {
     const SignpostEntryBuilder::Verdict verdict = builder_.finish();
     switch (verdict) {
       case SignpostEntryBuilder::Verdict::NotSignpost:
-        ++stats_.otherEntries;
-        return;
+        ++readerStats_.otherEntries;
+        return true;
       case SignpostEntryBuilder::Verdict::NoRealtime:
-        ++stats_.malformedRecords;
-        return;
+        ++readerStats_.malformedRecords;
+        return true;
       case SignpostEntryBuilder::Verdict::Malformed:
       case SignpostEntryBuilder::Verdict::Signpost:
         break;
     }
     if (!inWindow(*builder_.realtimeUsec())) {
-      ++stats_.recordsOutsideWindow;
-      return;
+      ++readerStats_.recordsOutsideWindow;
+      return true;
     }
+    SignpostEntryPipe::Item* item = pipe_.slot();
+    if (!item) return false;
+    item->malformed = verdict == SignpostEntryBuilder::Verdict::Malformed;
+    if (!item->malformed) item->entry = builder_.entry();
+    pipe_.commit();
+    return true;
+  }
+
+  // Pairing thread: one signpost entry of the window, in store order.
+  void handleItem(const SignpostEntryPipe::Item& item) {
     ++stats_.recordsInWindow;
     owner_.processed_.store(stats_.recordsInWindow, std::memory_order_relaxed);
-    if (verdict == SignpostEntryBuilder::Verdict::Malformed) {
+    if (item.malformed) {
       ++stats_.malformedRecords;
       return;
     }
-    const SignpostEntry& entry = builder_.entry();
+    const SignpostEntry& entry = item.entry;
     switch (entry.type) {
       case SignpostEntry::Type::Event:
         emitEvent(entry);
@@ -229,8 +289,12 @@ class LogStoreExtractor::Pass {
   const uint64_t startUsec_;
   const uint64_t endUsec_;
   const bool emptyWindow_;
+  // The worker's.
   JournalJsonLineParser parser_;
   SignpostEntryBuilder builder_;
+  LogStoreReadStatistics readerStats_;
+  SignpostEntryPipe pipe_;
+  // The pairing thread's.
   SignpostPairingTable table_;
 };
 
@@ -279,24 +343,19 @@ bool LogStoreExtractor::processLogArchiveWithPath(const std::optional<std::strin
   std::optional<Error> error = SignpostStoreLocation::recognize(store, &location);
   if (!error) {
     Pass pass(*this, startDate, endDate);
-    switch (location.form) {
-      case SignpostStoreLocation::Form::MachineJournal:
-        error = pass.readJournal(JournalReader::Source::Machine, std::string());
-        break;
-      case SignpostStoreLocation::Form::JournalDirectory:
-        error = pass.readJournal(JournalReader::Source::Directory, location.path);
-        break;
-      case SignpostStoreLocation::Form::JournalFile:
-        error = pass.readJournal(JournalReader::Source::File, location.path);
-        break;
-      case SignpostStoreLocation::Form::JsonLines:
-        for (const std::string& file : location.files) {
-          if (stopRequested_.load(std::memory_order_relaxed)) break;
-          std::optional<Error> fileError = pass.readJsonFile(file);
-          if (fileError && !error) error = std::move(fileError);
-        }
-        break;
-    }
+    error = pass.run([&location](Pass& p) {
+      switch (location.form) {
+        case SignpostStoreLocation::Form::MachineJournal:
+          return p.readJournal(JournalReader::Source::Machine, std::string());
+        case SignpostStoreLocation::Form::JournalDirectory:
+          return p.readJournal(JournalReader::Source::Directory, location.path);
+        case SignpostStoreLocation::Form::JournalFile:
+          return p.readJournal(JournalReader::Source::File, location.path);
+        case SignpostStoreLocation::Form::JsonLines:
+          break;
+      }
+      return p.readJsonFiles(location.files);
+    });
     pass.finish();
   }
   // A stop request is used up by the processing it ended.
