@@ -215,6 +215,20 @@ class LogStoreExtractor::Pass {
     return std::make_shared<const SignpostEvent>(std::move(p), e.processName, e.processImagePath);
   }
 
+  // The begin's event object, made from what the open begin kept (which it
+  // uses up).
+  static std::shared_ptr<const SignpostEvent> makeBeginEvent(OpenSignpostInterval* open) {
+    SignpostObjectProperties p;
+    p.subsystem = std::move(open->subsystem);
+    p.category = std::move(open->category);
+    p.name = std::move(open->name);
+    open->arguments.applyTo(&p);
+    p.durationSeconds = 0.0f;
+    p.telemetryEnabled = open->telemetryEnabled;
+    return std::make_shared<const SignpostEvent>(std::move(p), std::move(open->processName),
+                                                 std::move(open->processImagePath));
+  }
+
   void emitEvent(const SignpostEntry& e) {
     std::shared_ptr<const SignpostEvent> event = makeEvent(e);
     table_.countFrame(e);
@@ -228,7 +242,11 @@ class LogStoreExtractor::Pass {
       return;
     }
     OpenSignpostInterval open;
-    open.beginEvent = makeEvent(e);
+    open.subsystem = e.subsystem;
+    open.category = e.category;
+    open.name = e.name;
+    open.processName = e.processName;
+    open.processImagePath = e.processImagePath;
     open.beginTime = e.time;
     open.arguments = e.arguments;
     open.telemetryEnabled = e.telemetry;
@@ -255,15 +273,16 @@ class LogStoreExtractor::Pass {
     std::shared_ptr<const SignpostEvent> endEvent = makeEvent(e);
     const SignpostArguments merged = open->arguments.mergedOver(e.arguments);
 
-    const SignpostEvent& b = *open->beginEvent;
     SignpostObjectProperties p;
-    p.subsystem = b.subsystem();
-    p.category = b.category();
-    p.name = b.name();
+    p.subsystem = open->subsystem;
+    p.category = open->category;
+    p.name = open->name;
     merged.applyTo(&p);
+    const bool telemetry = open->telemetryEnabled || e.telemetry;
+    std::shared_ptr<const SignpostEvent> beginEvent = makeBeginEvent(&*open);
     const double seconds = static_cast<double>(nanoseconds) / 1e9;
     p.durationSeconds = static_cast<float>(seconds);
-    p.telemetryEnabled = open->telemetryEnabled || e.telemetry;
+    p.telemetryEnabled = telemetry;
     Dictionary attributes;
     for (const auto& [key, value] : merged.attributes) attributes.set(key, value);
 
@@ -272,13 +291,13 @@ class LogStoreExtractor::Pass {
       const float frameRate =
           frames == 0 ? 0.0f : static_cast<float>(static_cast<double>(frames) / seconds);
       auto interval = std::make_shared<const SignpostAnimationInterval>(
-          std::move(p), std::move(open->beginEvent), std::move(endEvent), std::move(attributes),
+          std::move(p), std::move(beginEvent), std::move(endEvent), std::move(attributes),
           frameRate);
       ++stats_.animationIntervals;
       if (owner_.animationBlock_) owner_.animationBlock_(std::move(interval));
     } else {
       auto interval = std::make_shared<const SignpostInterval>(
-          std::move(p), std::move(open->beginEvent), std::move(endEvent), std::move(attributes));
+          std::move(p), std::move(beginEvent), std::move(endEvent), std::move(attributes));
       ++stats_.intervals;
       if (owner_.intervalBlock_) owner_.intervalBlock_(std::move(interval));
     }

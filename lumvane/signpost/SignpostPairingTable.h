@@ -26,9 +26,14 @@
 
 namespace lumvane {
 
-// What an open begin keeps until its end arrives.
+// What an open begin keeps until its end arrives: the begin's own fields as
+// text, turned into its event object only when the interval is delivered.
 struct OpenSignpostInterval {
-  std::shared_ptr<const SignpostEvent> beginEvent;
+  std::string subsystem;
+  std::string category;
+  std::optional<std::string> name;
+  std::optional<std::string> processName;
+  std::optional<std::string> processImagePath;
   SignpostTime beginTime;
   SignpostArguments arguments;
   bool animation = false;
