@@ -176,7 +176,7 @@ class LogStoreExtractor::Pass {
     SignpostEntryPipe::Item* item = pipe_.slot();
     if (!item) return false;
     item->malformed = verdict == SignpostEntryBuilder::Verdict::Malformed;
-    if (!item->malformed) item->entry = builder_.entry();
+    if (!item->malformed) builder_.takeEntry(&item->entry);
     pipe_.commit();
     return true;
   }

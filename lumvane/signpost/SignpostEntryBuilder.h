@@ -78,6 +78,9 @@ class SignpostEntryBuilder final {
   // the next reset().
   Verdict finish();
   const SignpostEntry& entry() const { return entry_; }
+  // Hands entry() over by swapping it with `*out`, whose buffers the builder
+  // reuses for the next entry: no copy of the entry's text.
+  void takeEntry(SignpostEntry* out) { std::swap(entry_, *out); }
 
   // A number argument's text: a signed 64-bit integer with an optional sign,
   // an unsigned one without, else a float in JSON's number grammar.
