@@ -37,6 +37,7 @@
 #include <thread>
 #include <vector>
 
+#include "lumvane/signpost/JournalEntryText.h"
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "lumvane/signpost/SignpostStoreGenerator.h"
 
@@ -50,7 +51,7 @@ const lumvane::Date kEnd{std::chrono::seconds(1714557600)};
 const lumvane::Date kStart = kEnd - std::chrono::hours(24);
 
 constexpr char kUsage[] =
-    "usage: journal_read_bench [--signposts N] [--lines N] [--only journal|json]\n"
+    "usage: journal_read_bench [--signposts N] [--lines N] [--only journal|json|open]\n"
     "                          [--repeat N] [--data DIR]\n"
     "\n"
     "Times the signpost reader over journal files holding about N signpost\n"
@@ -60,8 +61,10 @@ constexpr char kUsage[] =
     "parse of the same fields. Each contender runs --repeat times (default 3),\n"
     "alternating; medians and their ratios are printed with the reader's peak\n"
     "resident and anonymous memory. Needs systemd-journal-remote and journalctl\n"
-    "for the journal part. Data is generated in a temporary directory ($TMPDIR or\n"
-    "/tmp) and removed, or in DIR with --data, where it is kept and reused.\n";
+    "for the journal part. The open part reads 200000 begins that never end and\n"
+    "reports the peak memory under the cap on open begins. Data is generated in a\n"
+    "temporary directory ($TMPDIR or /tmp) and removed, or in DIR with --data,\n"
+    "where it is kept and reused.\n";
 
 // User and system CPU seconds of this process (RUSAGE_SELF) or of its
 // waited-for children (RUSAGE_CHILDREN). The machine may be shared, so wall
@@ -490,6 +493,62 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
   return 0;
 }
 
+// Memory under begins that never end: N begins (distinct signposts, each
+// with every argument slot and two attributes filled) read with the default
+// cap on open begins, which must keep the whole process within 64 MB.
+int OpenPart(const std::string& dir, uint64_t begins) {
+  const std::string path = dir + "/open-" + std::to_string(begins) + ".json";
+  if (!std::filesystem::exists(path)) {
+    std::string text;
+    const uint64_t startUsec = kStart.time_since_epoch().count();
+    for (uint64_t i = 0; i < begins; ++i) {
+      lumvane::JournalEntryText e;
+      e.add("__REALTIME_TIMESTAMP", std::to_string(startUsec + i * 1000));
+      e.add("_BOOT_ID", "0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a");
+      e.add("_PID", "4242");
+      e.add("_COMM", "composerd");
+      e.add("_EXE", "/usr/bin/composerd");
+      e.add("MESSAGE_ID", lumvane::SignpostStoreGenerator::kSignpostMessageId);
+      e.add("SIGNPOST_TYPE", "begin");
+      e.add("SIGNPOST_ID", std::to_string(i + 1));
+      e.add("SIGNPOST_SCOPE", "process");
+      e.add("SIGNPOST_SUBSYSTEM", "com.orvel.composer");
+      e.add("SIGNPOST_CATEGORY", "Animation");
+      e.add("SIGNPOST_NAME", "WindowTransition");
+      e.add("SIGNPOST_STRING1_NAME", "Kind");
+      e.add("SIGNPOST_STRING1_VALUE", "crossfade-" + std::to_string(i % 97));
+      e.add("SIGNPOST_STRING2_NAME", "Source");
+      e.add("SIGNPOST_STRING2_VALUE", "/home/user/Pictures/album-" + std::to_string(i % 89));
+      e.add("SIGNPOST_NUMBER1_NAME", "Layers");
+      e.add("SIGNPOST_NUMBER1_VALUE", std::to_string(i % 13));
+      e.add("SIGNPOST_NUMBER2_NAME", "Scale");
+      e.add("SIGNPOST_NUMBER2_VALUE", "1.25");
+      e.add("SIGNPOST_ATTRIBUTE", "Style=slide-" + std::to_string(i % 7));
+      e.add("SIGNPOST_ATTRIBUTE", "Seat=seat0");
+      e.appendJson(&text, 0);
+    }
+    std::ofstream(path) << text;
+  }
+  std::printf("open begins: %llu begins that never end, cap %zu\n",
+              static_cast<unsigned long long>(begins),
+              lumvane::LogStoreExtractor::configuredMaxOpenIntervals());
+  lumvane::LogStoreExtractor extractor;
+  malloc_trim(0);
+  const long before = StatusKiB("VmRSS:");
+  PeakMemorySampler sampler;
+  std::optional<lumvane::Error> error;
+  const bool ok = extractor.processLogArchiveWithPath(path, kStart, kEnd, &error);
+  long rss = 0, anon = 0;
+  sampler.stop(&rss, &anon);
+  const lumvane::LogStoreReadStatistics& s = extractor.lastReadStatistics();
+  std::printf("  %s; %llu left open, %llu dropped at the cap\n", ok ? "read" : "failed",
+              static_cast<unsigned long long>(s.unclosedBegins),
+              static_cast<unsigned long long>(s.droppedOpenBegins));
+  std::printf("  peak: VmRSS %ld KiB (%ld KiB before), RssAnon %ld KiB (goal: within 64 MB)\n",
+              rss, before, anon);
+  return ok ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -512,7 +571,8 @@ int main(int argc, char** argv) {
       continue;
     }
     if (i + 1 < argc && arg == "--only" &&
-        (std::strcmp(argv[i + 1], "journal") == 0 || std::strcmp(argv[i + 1], "json") == 0)) {
+        (std::strcmp(argv[i + 1], "journal") == 0 || std::strcmp(argv[i + 1], "json") == 0 ||
+         std::strcmp(argv[i + 1], "open") == 0)) {
       only = argv[++i];
       continue;
     }
@@ -543,6 +603,7 @@ int main(int argc, char** argv) {
   int status = 0;
   if (only.empty() || only == "journal") status |= JournalPart(dir, signposts, repeat);
   if (only.empty() || only == "json") status |= JsonPart(dir, lines, repeat);
+  if (only.empty() || only == "open") status |= OpenPart(dir, 200000);
   if (data.empty()) {
     std::error_code ec;
     std::filesystem::remove_all(dir, ec);
