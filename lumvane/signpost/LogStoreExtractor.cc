@@ -12,7 +12,7 @@
 #include "lumvane/signpost/LogStoreFile.h"
 #include "lumvane/signpost/SignpostEntryBuilder.h"
 #include "lumvane/signpost/SignpostEntryPipe.h"
-#include "lumvane/signpost/SignpostPairingTable.h"
+#include "lumvane/signpost/SignpostObjectAssembler.h"
 #include "lumvane/signpost/SignpostStoreLocation.h"
 
 namespace lumvane {
@@ -39,7 +39,9 @@ class LogStoreExtractor::Pass {
         startUsec_(MicrosecondsSinceEpoch(start)),
         endUsec_(end < start ? 0 : MicrosecondsSinceEpoch(end)),
         emptyWindow_(end < start),
-        table_(owner.maxOpenIntervals_ ? owner.maxOpenIntervals_ : configuredMaxOpenIntervals()) {}
+        assembler_(owner.maxOpenIntervals_ ? owner.maxOpenIntervals_ : configuredMaxOpenIntervals(),
+                   {&owner.intervalBlock_, &owner.animationBlock_, &owner.eventBlock_},
+                   &owner.stats_) {}
 
   // Runs `read` (one of the read* functions below) on a worker thread while
   // this thread pairs what it decodes; answers the reading error, if any.
@@ -141,11 +143,7 @@ class LogStoreExtractor::Pass {
     }
   }
 
-  void finish() {
-    stats_.unclosedBegins = table_.openCount();
-    stats_.droppedOpenBegins = table_.droppedCount();
-    table_.clear();
-  }
+  void finish() { assembler_.finish(); }
 
  private:
   bool stopRequested() const { return owner_.stopRequested_.load(std::memory_order_relaxed); }
@@ -189,118 +187,7 @@ class LogStoreExtractor::Pass {
       ++stats_.malformedRecords;
       return;
     }
-    const SignpostEntry& entry = item.entry;
-    switch (entry.type) {
-      case SignpostEntry::Type::Event:
-        emitEvent(entry);
-        break;
-      case SignpostEntry::Type::Begin:
-        begin(entry);
-        break;
-      case SignpostEntry::Type::End:
-        end(entry);
-        break;
-    }
-  }
-
-  // The entry's own event object with its arguments.
-  static std::shared_ptr<const SignpostEvent> makeEvent(const SignpostEntry& e) {
-    SignpostObjectProperties p;
-    p.subsystem = e.subsystem;
-    p.category = e.category;
-    p.name = e.name;
-    e.arguments.applyTo(&p);
-    p.durationSeconds = 0.0f;
-    p.telemetryEnabled = e.telemetry;
-    return std::make_shared<const SignpostEvent>(std::move(p), e.processName, e.processImagePath);
-  }
-
-  // The begin's event object, made from what the open begin kept (which it
-  // uses up).
-  static std::shared_ptr<const SignpostEvent> makeBeginEvent(OpenSignpostInterval* open) {
-    SignpostObjectProperties p;
-    p.subsystem = std::move(open->subsystem);
-    p.category = std::move(open->category);
-    p.name = std::move(open->name);
-    open->arguments.applyTo(&p);
-    p.durationSeconds = 0.0f;
-    p.telemetryEnabled = open->telemetryEnabled;
-    return std::make_shared<const SignpostEvent>(std::move(p), std::move(open->processName),
-                                                 std::move(open->processImagePath));
-  }
-
-  void emitEvent(const SignpostEntry& e) {
-    std::shared_ptr<const SignpostEvent> event = makeEvent(e);
-    table_.countFrame(e);
-    ++stats_.events;
-    if (owner_.eventBlock_) owner_.eventBlock_(std::move(event));
-  }
-
-  void begin(const SignpostEntry& e) {
-    if (table_.contains(e)) {
-      ++stats_.duplicateBegins;
-      return;
-    }
-    OpenSignpostInterval open;
-    open.subsystem = e.subsystem;
-    open.category = e.category;
-    open.name = e.name;
-    open.processName = e.processName;
-    open.processImagePath = e.processImagePath;
-    open.beginTime = e.time;
-    open.arguments = e.arguments;
-    open.telemetryEnabled = e.telemetry;
-    open.animation = e.animation;
-    const uint64_t droppedBefore = table_.droppedCount();
-    (void)table_.open(e, std::move(open));
-    if (droppedBefore == 0 && table_.droppedCount() != 0) {
-      LVLog().info("Open signpost intervals reached the cap of %zu: dropping the earliest begins",
-                   table_.openCount());
-    }
-  }
-
-  void end(const SignpostEntry& e) {
-    std::optional<OpenSignpostInterval> open = table_.close(e);
-    if (!open) {
-      ++stats_.unmatchedEnds;
-      return;
-    }
-    const int64_t nanoseconds = SignpostTime::elapsedNanoseconds(open->beginTime, e.time);
-    if (nanoseconds <= 0) {
-      ++stats_.nonPositiveIntervals;
-      return;
-    }
-    std::shared_ptr<const SignpostEvent> endEvent = makeEvent(e);
-    const SignpostArguments merged = open->arguments.mergedOver(e.arguments);
-
-    SignpostObjectProperties p;
-    p.subsystem = open->subsystem;
-    p.category = open->category;
-    p.name = open->name;
-    merged.applyTo(&p);
-    const bool telemetry = open->telemetryEnabled || e.telemetry;
-    std::shared_ptr<const SignpostEvent> beginEvent = makeBeginEvent(&*open);
-    const double seconds = static_cast<double>(nanoseconds) / 1e9;
-    p.durationSeconds = static_cast<float>(seconds);
-    p.telemetryEnabled = telemetry;
-    Dictionary attributes;
-    for (const auto& [key, value] : merged.attributes) attributes.set(key, value);
-
-    if (open->animation) {
-      const uint64_t frames = open->framesBefore(e.time);
-      const float frameRate =
-          frames == 0 ? 0.0f : static_cast<float>(static_cast<double>(frames) / seconds);
-      auto interval = std::make_shared<const SignpostAnimationInterval>(
-          std::move(p), std::move(beginEvent), std::move(endEvent), std::move(attributes),
-          frameRate);
-      ++stats_.animationIntervals;
-      if (owner_.animationBlock_) owner_.animationBlock_(std::move(interval));
-    } else {
-      auto interval = std::make_shared<const SignpostInterval>(
-          std::move(p), std::move(beginEvent), std::move(endEvent), std::move(attributes));
-      ++stats_.intervals;
-      if (owner_.intervalBlock_) owner_.intervalBlock_(std::move(interval));
-    }
+    assembler_.add(item.entry);
   }
 
   LogStoreExtractor& owner_;
@@ -314,7 +201,7 @@ class LogStoreExtractor::Pass {
   LogStoreReadStatistics readerStats_;
   SignpostEntryPipe pipe_;
   // The pairing thread's.
-  SignpostPairingTable table_;
+  SignpostObjectAssembler assembler_;
 };
 
 void LogStoreExtractor::setIntervalCompletionProcessingBlock(IntervalCompletionBlock block) {
