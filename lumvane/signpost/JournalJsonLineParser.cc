@@ -55,7 +55,8 @@ bool JournalJsonLineParser::parse(std::string_view line, size_t padding,
     }
 
     // Values of fields nobody reads are skipped undecoded.
-    if (!SignpostEntryBuilder::wants(key)) continue;
+    const int index = SignpostEntryBuilder::fieldIndex(key);
+    if (index < 0) continue;
     od::value& v = field.value();
     od::json_type type;
     if (v.type().get(type) != simdjson::SUCCESS) return false;
@@ -65,7 +66,7 @@ bool JournalJsonLineParser::parse(std::string_view line, size_t padding,
         break;
       case od::json_type::string:
         if (v.get_string().get(s) != simdjson::SUCCESS) return false;
-        builder->add(key, s);
+        builder->add(index, s);
         break;
       case od::json_type::array: {
         // Byte numbers (one value), or the values of a repeated field, each
@@ -89,19 +90,19 @@ bool JournalJsonLineParser::parse(std::string_view line, size_t padding,
             impl_->bytes.push_back(static_cast<char>(byte));
           } else if (t == od::json_type::string) {
             if (element.get_string().get(s) != simdjson::SUCCESS) return false;
-            builder->add(key, s);
+            builder->add(index, s);
           } else if (t == od::json_type::array) {
             od::array inner;
             std::string value;
             if (element.get_array().get(inner) != simdjson::SUCCESS || !ReadBytes(inner, &value)) {
               return false;
             }
-            builder->add(key, value);
+            builder->add(index, value);
           } else if (t != od::json_type::null) {
             return false;
           }
         }
-        if (byteArray) builder->add(key, impl_->bytes);
+        if (byteArray) builder->add(index, impl_->bytes);
         break;
       }
       default:

@@ -75,12 +75,13 @@ std::optional<Error> JournalReader::readEntry(SignpostEntryBuilder* builder) {
     const std::string_view field(static_cast<const char*>(data), length);
     const size_t eq = field.find('=');
     if (eq == std::string_view::npos) continue;
-    const std::string_view name = field.substr(0, eq);
+    const int index = SignpostEntryBuilder::fieldIndex(field.substr(0, eq));
+    if (index < 0) continue;
     if (field.size() - eq - 1 > kMaxValueBytes) {
-      if (SignpostEntryBuilder::wants(name)) builder->markUnreadable();
+      builder->markUnreadable();
       continue;
     }
-    builder->add(name, field.substr(eq + 1));
+    builder->add(index, field.substr(eq + 1));
   }
   if (r < 0) return Error::fromErrno("cannot read an entry of journal " + name_, -r);
 

@@ -1,6 +1,9 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 
+#include <charconv>
 #include <cstdlib>
+#include <cstring>
+#include <thread>
 #include <vector>
 
 #include "lumvane/filter/LVLog.h"
@@ -8,7 +11,8 @@
 #include "lumvane/signpost/JournalReader.h"
 #include "lumvane/signpost/LogStoreFile.h"
 #include "lumvane/signpost/SignpostEntryBuilder.h"
-#include "lumvane/signpost/SignpostPairingTable.h"
+#include "lumvane/signpost/SignpostEntryPipe.h"
+#include "lumvane/signpost/SignpostObjectAssembler.h"
 #include "lumvane/signpost/SignpostStoreLocation.h"
 
 namespace lumvane {
@@ -21,8 +25,12 @@ uint64_t MicrosecondsSinceEpoch(Date d) {
 
 }  // namespace
 
-// The state of one processing: the entry builder and the pairing tables,
-// over the callbacks and statistics of the extractor.
+// The state of one processing. Reading runs on a worker thread: the
+// store's records are parsed and decoded there, and the signpost entries of
+// the window go through a bounded pipe, in store order, to the thread that
+// called processLogArchiveWithPath, which pairs them and calls the
+// callbacks one at a time. Each side counts into its own statistics; they
+// are added up when the worker has ended.
 class LogStoreExtractor::Pass {
  public:
   Pass(LogStoreExtractor& owner, Date start, Date end)
@@ -30,16 +38,59 @@ class LogStoreExtractor::Pass {
         stats_(owner.stats_),
         startUsec_(MicrosecondsSinceEpoch(start)),
         endUsec_(end < start ? 0 : MicrosecondsSinceEpoch(end)),
-        emptyWindow_(end < start) {}
+        emptyWindow_(end < start),
+        assembler_(owner.maxOpenIntervals_ ? owner.maxOpenIntervals_ : configuredMaxOpenIntervals(),
+                   {&owner.intervalBlock_, &owner.animationBlock_, &owner.eventBlock_},
+                   &owner.stats_) {}
 
-  // Reads one file of JSON lines to its end or to a stop request.
+  // Runs `read` (one of the read* functions below) on a worker thread while
+  // this thread pairs what it decodes; answers the reading error, if any.
+  template <typename Read>
+  std::optional<Error> run(Read read) {
+    std::optional<Error> readError;
+    std::thread worker([&] {
+      readError = read(*this);
+      pipe_.finish();
+    });
+    while (SignpostEntryPipe::Batch* batch = pipe_.take()) {
+      bool stop = false;
+      for (size_t i = 0; i < batch->count && !(stop = stopRequested()); ++i) {
+        handleItem(batch->items[i]);
+      }
+      pipe_.giveBack(batch);
+      if (stop) break;
+    }
+    // Wakes a worker that waits for room; it then ends at its next entry.
+    pipe_.close();
+    worker.join();
+    stats_.recordsOutsideWindow += readerStats_.recordsOutsideWindow;
+    stats_.otherEntries += readerStats_.otherEntries;
+    stats_.nonObjectLines += readerStats_.nonObjectLines;
+    stats_.malformedRecords += readerStats_.malformedRecords;
+    stats_.files += readerStats_.files;
+    return readError;
+  }
+
+  // Worker: reads the JSON files in turn; an error of one file does not
+  // keep the others from being read, and the first one is answered.
+  std::optional<Error> readJsonFiles(const std::vector<std::string>& files) {
+    std::optional<Error> error;
+    for (const std::string& file : files) {
+      if (stopRequested()) break;
+      std::optional<Error> fileError = readJsonFile(file);
+      if (fileError && !error) error = std::move(fileError);
+    }
+    return error;
+  }
+
+  // Worker: reads one file of JSON lines to its end or to a stop request.
   std::optional<Error> readJsonFile(const std::string& path) {
     // The file looks at the stop request itself too, so that a stop is not
     // held up by one endless line.
     LogStoreFile file(owner_.chunkBytes_ ? owner_.chunkBytes_ : LogStoreFile::kDefaultChunkBytes,
                       LogStoreFile::kDefaultMaxRecordBytes, &owner_.stopRequested_);
     if (std::optional<Error> e = file.open(path)) return e;
-    ++stats_.files;
+    ++readerStats_.files;
     std::string_view text;
     for (;;) {
       if (stopRequested()) return std::nullopt;
@@ -50,24 +101,26 @@ class LogStoreExtractor::Pass {
         case LogStoreFile::Next::Failed:
           return file.readError();
         case LogStoreFile::Next::Oversized:
-          ++stats_.malformedRecords;
+          ++readerStats_.malformedRecords;
           continue;
         case LogStoreFile::Next::Record:
-          if (parser_.parse(text, LogStoreFile::kPadding, &builder_)) {
-            handleEntry();
-          } else {
-            ++stats_.nonObjectLines;
+          if (!parser_.parse(text, LogStoreFile::kPadding, &builder_)) {
+            ++readerStats_.nonObjectLines;
+          } else if (!decode()) {
+            return std::nullopt;
           }
+          // The next record may be long in coming: what has come is due now.
+          if (file.mayWait()) pipe_.flush();
           break;
       }
     }
   }
 
-  // Reads the window of a journal, or up to a stop request.
+  // Worker: reads the window of a journal, or up to a stop request.
   std::optional<Error> readJournal(JournalReader::Source source, const std::string& path) {
     std::unique_ptr<JournalReader> journal;
     if (std::optional<Error> e = JournalReader::open(source, path, startUsec_, &journal)) return e;
-    ++stats_.files;
+    ++readerStats_.files;
     uint64_t realtime = 0;
     for (;;) {
       if (stopRequested()) return std::nullopt;
@@ -80,20 +133,17 @@ class LogStoreExtractor::Pass {
           break;
       }
       if (!inWindow(realtime)) {
-        ++stats_.recordsOutsideWindow;
+        ++readerStats_.recordsOutsideWindow;
         // Entries come in time order: past the end, nothing more is due.
         if (realtime > endUsec_) return std::nullopt;
         continue;
       }
       if (std::optional<Error> e = journal->readEntry(&builder_)) return e;
-      handleEntry();
+      if (!decode()) return std::nullopt;
     }
   }
 
-  void finish() {
-    stats_.unclosedBegins = table_.openCount();
-    table_.clear();
-  }
+  void finish() { assembler_.finish(); }
 
  private:
   bool stopRequested() const { return owner_.stopRequested_.load(std::memory_order_relaxed); }
@@ -102,117 +152,42 @@ class LogStoreExtractor::Pass {
     return !emptyWindow_ && realtimeUsec >= startUsec_ && realtimeUsec <= endUsec_;
   }
 
-  void handleEntry() {
+  // Worker: judges the entry in the builder and sends the signpost entries
+  // of the window on; false once the pipe is closed.
+  bool decode() {
     const SignpostEntryBuilder::Verdict verdict = builder_.finish();
     switch (verdict) {
       case SignpostEntryBuilder::Verdict::NotSignpost:
-        ++stats_.otherEntries;
-        return;
+        ++readerStats_.otherEntries;
+        return true;
       case SignpostEntryBuilder::Verdict::NoRealtime:
-        ++stats_.malformedRecords;
-        return;
+        ++readerStats_.malformedRecords;
+        return true;
       case SignpostEntryBuilder::Verdict::Malformed:
       case SignpostEntryBuilder::Verdict::Signpost:
         break;
     }
     if (!inWindow(*builder_.realtimeUsec())) {
-      ++stats_.recordsOutsideWindow;
-      return;
+      ++readerStats_.recordsOutsideWindow;
+      return true;
     }
+    SignpostEntryPipe::Item* item = pipe_.slot();
+    if (!item) return false;
+    item->malformed = verdict == SignpostEntryBuilder::Verdict::Malformed;
+    if (!item->malformed) builder_.takeEntry(&item->entry);
+    pipe_.commit();
+    return true;
+  }
+
+  // Pairing thread: one signpost entry of the window, in store order.
+  void handleItem(const SignpostEntryPipe::Item& item) {
     ++stats_.recordsInWindow;
     owner_.processed_.store(stats_.recordsInWindow, std::memory_order_relaxed);
-    if (verdict == SignpostEntryBuilder::Verdict::Malformed) {
+    if (item.malformed) {
       ++stats_.malformedRecords;
       return;
     }
-    const SignpostEntry& entry = builder_.entry();
-    switch (entry.type) {
-      case SignpostEntry::Type::Event:
-        emitEvent(entry);
-        break;
-      case SignpostEntry::Type::Begin:
-        begin(entry);
-        break;
-      case SignpostEntry::Type::End:
-        end(entry);
-        break;
-    }
-  }
-
-  // The entry's own event object with its arguments.
-  static std::shared_ptr<const SignpostEvent> makeEvent(const SignpostEntry& e) {
-    SignpostObjectProperties p;
-    p.subsystem = e.subsystem;
-    p.category = e.category;
-    p.name = e.name;
-    e.arguments.applyTo(&p);
-    p.durationSeconds = 0.0f;
-    p.telemetryEnabled = e.telemetry;
-    return std::make_shared<const SignpostEvent>(std::move(p), e.processName, e.processImagePath);
-  }
-
-  void emitEvent(const SignpostEntry& e) {
-    std::shared_ptr<const SignpostEvent> event = makeEvent(e);
-    table_.countFrame(e);
-    ++stats_.events;
-    if (owner_.eventBlock_) owner_.eventBlock_(std::move(event));
-  }
-
-  void begin(const SignpostEntry& e) {
-    if (table_.contains(e)) {
-      ++stats_.duplicateBegins;
-      return;
-    }
-    OpenSignpostInterval open;
-    open.beginEvent = makeEvent(e);
-    open.beginTime = e.time;
-    open.arguments = e.arguments;
-    open.telemetryEnabled = e.telemetry;
-    open.animation = e.animation;
-    (void)table_.open(e, std::move(open));
-  }
-
-  void end(const SignpostEntry& e) {
-    std::optional<OpenSignpostInterval> open = table_.close(e);
-    if (!open) {
-      ++stats_.unmatchedEnds;
-      return;
-    }
-    const int64_t nanoseconds = SignpostTime::elapsedNanoseconds(open->beginTime, e.time);
-    if (nanoseconds <= 0) {
-      ++stats_.nonPositiveIntervals;
-      return;
-    }
-    std::shared_ptr<const SignpostEvent> endEvent = makeEvent(e);
-    const SignpostArguments merged = open->arguments.mergedOver(e.arguments);
-
-    const SignpostEvent& b = *open->beginEvent;
-    SignpostObjectProperties p;
-    p.subsystem = b.subsystem();
-    p.category = b.category();
-    p.name = b.name();
-    merged.applyTo(&p);
-    const double seconds = static_cast<double>(nanoseconds) / 1e9;
-    p.durationSeconds = static_cast<float>(seconds);
-    p.telemetryEnabled = open->telemetryEnabled || e.telemetry;
-    Dictionary attributes;
-    for (const auto& [key, value] : merged.attributes) attributes.set(key, value);
-
-    if (open->animation) {
-      const uint64_t frames = open->framesBefore(e.time);
-      const float frameRate =
-          frames == 0 ? 0.0f : static_cast<float>(static_cast<double>(frames) / seconds);
-      auto interval = std::make_shared<const SignpostAnimationInterval>(
-          std::move(p), std::move(open->beginEvent), std::move(endEvent), std::move(attributes),
-          frameRate);
-      ++stats_.animationIntervals;
-      if (owner_.animationBlock_) owner_.animationBlock_(std::move(interval));
-    } else {
-      auto interval = std::make_shared<const SignpostInterval>(
-          std::move(p), std::move(open->beginEvent), std::move(endEvent), std::move(attributes));
-      ++stats_.intervals;
-      if (owner_.intervalBlock_) owner_.intervalBlock_(std::move(interval));
-    }
+    assembler_.add(item.entry);
   }
 
   LogStoreExtractor& owner_;
@@ -220,9 +195,13 @@ class LogStoreExtractor::Pass {
   const uint64_t startUsec_;
   const uint64_t endUsec_;
   const bool emptyWindow_;
+  // The worker's.
   JournalJsonLineParser parser_;
   SignpostEntryBuilder builder_;
-  SignpostPairingTable table_;
+  LogStoreReadStatistics readerStats_;
+  SignpostEntryPipe pipe_;
+  // The pairing thread's.
+  SignpostObjectAssembler assembler_;
 };
 
 void LogStoreExtractor::setIntervalCompletionProcessingBlock(IntervalCompletionBlock block) {
@@ -242,6 +221,17 @@ void LogStoreExtractor::setBuildAnimationCompositeIntervalTimelines(bool build) 
   buildCompositeTimelines_ = build;
 }
 
+size_t LogStoreExtractor::configuredMaxOpenIntervals() {
+  const char* env = std::getenv(kMaxOpenIntervalsVariable);
+  size_t cap = 0;
+  if (env && *env >= '0' && *env <= '9') {
+    const char* end = env + std::strlen(env);
+    const auto [ptr, ec] = std::from_chars(env, end, cap);
+    if (ec != std::errc() || ptr != end) cap = 0;
+  }
+  return cap ? cap : kDefaultMaxOpenIntervals;
+}
+
 std::optional<std::string> LogStoreExtractor::configuredStorePath() {
   const char* env = std::getenv(kStoreEnvironmentVariable);
   if (env && *env) return std::string(env);
@@ -259,24 +249,19 @@ bool LogStoreExtractor::processLogArchiveWithPath(const std::optional<std::strin
   std::optional<Error> error = SignpostStoreLocation::recognize(store, &location);
   if (!error) {
     Pass pass(*this, startDate, endDate);
-    switch (location.form) {
-      case SignpostStoreLocation::Form::MachineJournal:
-        error = pass.readJournal(JournalReader::Source::Machine, std::string());
-        break;
-      case SignpostStoreLocation::Form::JournalDirectory:
-        error = pass.readJournal(JournalReader::Source::Directory, location.path);
-        break;
-      case SignpostStoreLocation::Form::JournalFile:
-        error = pass.readJournal(JournalReader::Source::File, location.path);
-        break;
-      case SignpostStoreLocation::Form::JsonLines:
-        for (const std::string& file : location.files) {
-          if (stopRequested_.load(std::memory_order_relaxed)) break;
-          std::optional<Error> fileError = pass.readJsonFile(file);
-          if (fileError && !error) error = std::move(fileError);
-        }
-        break;
-    }
+    error = pass.run([&location](Pass& p) {
+      switch (location.form) {
+        case SignpostStoreLocation::Form::MachineJournal:
+          return p.readJournal(JournalReader::Source::Machine, std::string());
+        case SignpostStoreLocation::Form::JournalDirectory:
+          return p.readJournal(JournalReader::Source::Directory, location.path);
+        case SignpostStoreLocation::Form::JournalFile:
+          return p.readJournal(JournalReader::Source::File, location.path);
+        case SignpostStoreLocation::Form::JsonLines:
+          break;
+      }
+      return p.readJsonFiles(location.files);
+    });
     pass.finish();
   }
   // A stop request is used up by the processing it ended.
@@ -285,12 +270,14 @@ bool LogStoreExtractor::processLogArchiveWithPath(const std::optional<std::strin
   LVLogDebug(
       "Read signpost store %@%@: %llu signpost entries in window, %llu outside, %llu other "
       "entries; delivered %llu intervals, %llu animation intervals, %llu events; dropped %llu "
-      "duplicate begins, %llu unmatched ends, %llu non-positive intervals, %llu unclosed begins; "
+      "duplicate begins, %llu unmatched ends, %llu non-positive intervals, %llu unclosed begins, "
+      "%llu begins over the open-interval cap; "
       "passed over %llu non-object lines, %llu malformed entries",
       store ? *store : std::string("(system journal)"), stopped ? " (stopped)" : "",
       stats_.recordsInWindow, stats_.recordsOutsideWindow, stats_.otherEntries, stats_.intervals,
       stats_.animationIntervals, stats_.events, stats_.duplicateBegins, stats_.unmatchedEnds,
-      stats_.nonPositiveIntervals, stats_.unclosedBegins, stats_.nonObjectLines,
+      stats_.nonPositiveIntervals, stats_.unclosedBegins, stats_.droppedOpenBegins,
+      stats_.nonObjectLines,
       stats_.malformedRecords);
 
   if (error) {

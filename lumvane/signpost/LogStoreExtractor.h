@@ -4,6 +4,9 @@
 // It pairs begins with ends into intervals and animation intervals, turns
 // single events into event objects and hands each to its callback, in the
 // order of the store, on the thread that called processLogArchiveWithPath.
+// The store itself is read and decoded on a worker thread that the
+// processing starts and joins, so that parsing and pairing use two cores;
+// between the two, at most a few thousand decoded entries wait.
 //
 // Without a path, the store is $LUMVANE_SIGNPOST_STORE, or the machine's
 // own journal when that is unset or empty (SignpostStoreLocation tells the
@@ -19,6 +22,13 @@
 // timestamp are passed over and counted as malformed; none of them stops
 // the reader. The counts of one processing, with the begins and ends that
 // could not be paired, are logged in one debug line when it ends.
+//
+// The begins waiting for their end are capped, across the process, thread
+// and system tables together, at $LUMVANE_MAX_OPEN_INTERVALS (a positive
+// decimal number; kDefaultMaxOpenIntervals when unset or not one), which
+// keeps the reader's memory bounded whatever the store holds. When the cap
+// is reached, the open begin with the earliest timestamp is dropped and
+// counted; the first such drop of a processing is logged.
 //
 // Thread-safety: processLogArchiveWithPath runs on one thread at a time;
 // stopProcessing may come from any thread at any time. A stop request ends
@@ -48,6 +58,7 @@ struct LogStoreReadStatistics {
   uint64_t unmatchedEnds = 0;       // an end without an open begin of its boot
   uint64_t nonPositiveIntervals = 0;  // an end not strictly after its begin
   uint64_t unclosedBegins = 0;      // begins still open when processing ended
+  uint64_t droppedOpenBegins = 0;   // earliest open begins dropped at the open-interval cap
   uint64_t nonObjectLines = 0;      // text, broken JSON, non-object JSON
   uint64_t malformedRecords = 0;    // signpost entries that cannot be read; oversized lines
   uint64_t files = 0;               // JSON files, or 1 for a journal
@@ -56,6 +67,10 @@ struct LogStoreReadStatistics {
 class LogStoreExtractor final : public VantrelObjectExtractor {
  public:
   static constexpr const char* kStoreEnvironmentVariable = "LUMVANE_SIGNPOST_STORE";
+  static constexpr const char* kMaxOpenIntervalsVariable = "LUMVANE_MAX_OPEN_INTERVALS";
+  // An open begin with every argument filled takes about 1.2 KB: the
+  // default keeps the reader within 64 MB.
+  static constexpr size_t kDefaultMaxOpenIntervals = 40000;
 
   LogStoreExtractor() = default;
 
@@ -82,6 +97,13 @@ class LogStoreExtractor final : public VantrelObjectExtractor {
   // nothing (the machine's journal) when that is unset or empty.
   static std::optional<std::string> configuredStorePath();
 
+  // The cap on open begins in force: $LUMVANE_MAX_OPEN_INTERVALS or the
+  // default.
+  static size_t configuredMaxOpenIntervals();
+  // Overrides the cap for the next processings; 0 goes back to the
+  // configured one.
+  void setMaxOpenIntervals(size_t cap) { maxOpenIntervals_ = cap; }
+
   // Record reading granularity; tests make it small to cross chunk edges.
   void setChunkBytes(size_t bytes) { chunkBytes_ = bytes; }
 
@@ -93,6 +115,7 @@ class LogStoreExtractor final : public VantrelObjectExtractor {
   EmitEventBlock eventBlock_;
   bool buildCompositeTimelines_ = false;
   size_t chunkBytes_ = 0;  // 0: the reader's default
+  size_t maxOpenIntervals_ = 0;  // 0: configuredMaxOpenIntervals()
   std::atomic<bool> stopRequested_{false};
   std::atomic<uint64_t> processed_{0};
   LogStoreReadStatistics stats_;

@@ -65,6 +65,9 @@ class LogStoreFile final {
   Next next(std::string_view* record);
 
   Framing framing() const { return framing_; }
+  // Whether reading may wait for a writer (standard input that is not a
+  // regular file): records should then be passed on as soon as they come.
+  bool mayWait() const { return !regular_; }
   const std::optional<Error>& readError() const { return readError_; }
 
  private:

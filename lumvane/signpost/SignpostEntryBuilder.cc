@@ -7,8 +7,6 @@
 namespace lumvane {
 namespace {
 
-constexpr std::string_view kSignpostPrefix = "SIGNPOST_";
-
 std::optional<uint64_t> ParseUnsigned(std::string_view s) {
   uint64_t v = 0;
   if (s.empty() || s.front() < '0' || s.front() > '9') return std::nullopt;
@@ -88,35 +86,44 @@ std::optional<Number> SignpostEntryBuilder::parseNumber(std::string_view s) {
   return Number::fromDouble(d);
 }
 
-std::optional<SignpostEntryBuilder::Field> SignpostEntryBuilder::fieldOf(std::string_view name) {
-  if (name.substr(0, kSignpostPrefix.size()) == kSignpostPrefix) {
-    const std::string_view rest = name.substr(kSignpostPrefix.size());
-    static constexpr std::pair<std::string_view, Field> kSignpostFields[] = {
-        {"TYPE", kType},
-        {"ID", kID},
-        {"SCOPE", kScope},
-        {"SUBSYSTEM", kSubsystem},
-        {"CATEGORY", kCategory},
-        {"NAME", kName},
-        {"TELEMETRY", kTelemetry},
-        {"ANIMATION", kAnimation},
-        {"STRING1_NAME", kString1Name},
-        {"STRING1_VALUE", kString1Value},
-        {"STRING2_NAME", kString2Name},
-        {"STRING2_VALUE", kString2Value},
-        {"NUMBER1_NAME", kNumber1Name},
-        {"NUMBER1_VALUE", kNumber1Value},
-        {"NUMBER2_NAME", kNumber2Name},
-        {"NUMBER2_VALUE", kNumber2Value},
-        {"TID", kTID},
-        {"BOOTTIME_NSEC", kBoottime},
-    };
-    for (const auto& [n, f] : kSignpostFields) {
-      if (n == rest) return f;
-    }
-    return std::nullopt;
-  }
-  static constexpr std::pair<std::string_view, Field> kOtherFields[] = {
+namespace {
+
+struct NamedField {
+  std::string_view name;
+  int field;
+};
+
+size_t NameHash(std::string_view s) {
+  const auto at = [&s](size_t i) { return static_cast<size_t>(static_cast<unsigned char>(s[i])); };
+  return (s.size() * 131 + at(0) * 31 + at(s.size() - 1) * 7 + at(s.size() / 2) * 3 +
+          at(s.size() - 2)) &
+         255;
+}
+
+}  // namespace
+
+int SignpostEntryBuilder::fieldIndex(std::string_view name) {
+  static constexpr NamedField kFields[] = {
+      {"MESSAGE_ID", kMessageIDField},
+      {"SIGNPOST_ATTRIBUTE", kAttributeField},
+      {"SIGNPOST_TYPE", kType},
+      {"SIGNPOST_ID", kID},
+      {"SIGNPOST_SCOPE", kScope},
+      {"SIGNPOST_SUBSYSTEM", kSubsystem},
+      {"SIGNPOST_CATEGORY", kCategory},
+      {"SIGNPOST_NAME", kName},
+      {"SIGNPOST_TELEMETRY", kTelemetry},
+      {"SIGNPOST_ANIMATION", kAnimation},
+      {"SIGNPOST_STRING1_NAME", kString1Name},
+      {"SIGNPOST_STRING1_VALUE", kString1Value},
+      {"SIGNPOST_STRING2_NAME", kString2Name},
+      {"SIGNPOST_STRING2_VALUE", kString2Value},
+      {"SIGNPOST_NUMBER1_NAME", kNumber1Name},
+      {"SIGNPOST_NUMBER1_VALUE", kNumber1Value},
+      {"SIGNPOST_NUMBER2_NAME", kNumber2Name},
+      {"SIGNPOST_NUMBER2_VALUE", kNumber2Value},
+      {"SIGNPOST_TID", kTID},
+      {"SIGNPOST_BOOTTIME_NSEC", kBoottime},
       {"_PID", kPID},
       {"_EXE", kExe},
       {"_COMM", kComm},
@@ -127,10 +134,22 @@ std::optional<SignpostEntryBuilder::Field> SignpostEntryBuilder::fieldOf(std::st
       {"__REALTIME_TIMESTAMP", kRealtime},
       {"__MONOTONIC_TIMESTAMP", kMonotonic},
   };
-  for (const auto& [n, f] : kOtherFields) {
-    if (n == name) return f;
+  // Open addressing over 256 slots (index into kFields, -1 empty).
+  static const std::array<int8_t, 256> kSlots = [] {
+    std::array<int8_t, 256> slots;
+    slots.fill(-1);
+    for (size_t i = 0; i < std::size(kFields); ++i) {
+      size_t h = NameHash(kFields[i].name);
+      while (slots[h] >= 0) h = (h + 1) & 255;
+      slots[h] = static_cast<int8_t>(i);
+    }
+    return slots;
+  }();
+  if (name.size() < 2) return -1;
+  for (size_t h = NameHash(name); kSlots[h] >= 0; h = (h + 1) & 255) {
+    if (kFields[kSlots[h]].name == name) return kFields[kSlots[h]].field;
   }
-  return std::nullopt;
+  return -1;
 }
 
 void SignpostEntryBuilder::reset() {
@@ -146,23 +165,18 @@ void SignpostEntryBuilder::reset() {
   bootIDOverride_.clear();
 }
 
-bool SignpostEntryBuilder::wants(std::string_view field) {
-  return field == "MESSAGE_ID" || field == "SIGNPOST_ATTRIBUTE" || fieldOf(field).has_value();
-}
-
-void SignpostEntryBuilder::add(std::string_view field, std::string_view value) {
-  if (field == "MESSAGE_ID") {
+void SignpostEntryBuilder::add(int fieldIndex, std::string_view value) {
+  if (fieldIndex < 0) return;
+  if (fieldIndex == kMessageIDField) {
     isSignpost_ = isSignpost_ || value == kMessageID;
     return;
   }
-  if (field == "SIGNPOST_ATTRIBUTE") {
+  if (fieldIndex == kAttributeField) {
     if (attributeCount_ == attributes_.size()) attributes_.emplace_back();
     attributes_[attributeCount_++].assign(value);
     return;
   }
-  const std::optional<Field> f = fieldOf(field);
-  if (!f) return;
-  Slot& slot = slots_[*f];
+  Slot& slot = slots_[static_cast<size_t>(fieldIndex)];
   if (!slot.present) {
     slot.value.assign(value);
     slot.present = true;

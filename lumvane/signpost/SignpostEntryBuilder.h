@@ -47,7 +47,13 @@ class SignpostEntryBuilder final {
   void reset();
 
   // One value of one field of the current entry.
-  void add(std::string_view field, std::string_view value);
+  void add(std::string_view field, std::string_view value) { add(fieldIndex(field), value); }
+  // The same for a field looked up with fieldIndex() (-1 is ignored), so
+  // that a source that has to ask wants() first looks a name up once.
+  void add(int fieldIndex, std::string_view value);
+  // The builder's index of `field`, or -1 when it does not read the field.
+  // A hash probe: most names of an entry are rejected without a compare.
+  static int fieldIndex(std::string_view field);
 
   // Marks the current entry as unreadable (a value the source would not
   // hold, say): a signpost entry then comes out Malformed.
@@ -55,7 +61,7 @@ class SignpostEntryBuilder final {
 
   // Whether add() reads `field` at all: a source may skip decoding the
   // values of other fields.
-  static bool wants(std::string_view field);
+  static bool wants(std::string_view field) { return fieldIndex(field) >= 0; }
 
   // Timestamps and boot ID that a source knows without reading fields; they
   // take precedence over the same values given as fields.
@@ -72,6 +78,9 @@ class SignpostEntryBuilder final {
   // the next reset().
   Verdict finish();
   const SignpostEntry& entry() const { return entry_; }
+  // Hands entry() over by swapping it with `*out`, whose buffers the builder
+  // reuses for the next entry: no copy of the entry's text.
+  void takeEntry(SignpostEntry* out) { std::swap(entry_, *out); }
 
   // A number argument's text: a signed 64-bit integer with an optional sign,
   // an unsigned one without, else a float in JSON's number grammar.
@@ -84,6 +93,8 @@ class SignpostEntryBuilder final {
     kNumber1Name, kNumber1Value, kNumber2Name, kNumber2Value, kTID, kBoottime,
     kObjectPID, kObjectExe, kObjectComm, kPID, kExe, kComm, kBootID, kRealtime, kMonotonic,
     kFieldCount,
+    // Read, but not kept in a slot.
+    kMessageIDField = kFieldCount, kAttributeField,
   };
   // The first value of a field and whether a different one followed.
   struct Slot {
@@ -92,7 +103,6 @@ class SignpostEntryBuilder final {
     bool conflict = false;
   };
 
-  static std::optional<Field> fieldOf(std::string_view name);
   const std::string* text(Field f) const;  // nullptr when absent or in conflict
   bool readEntry();
 

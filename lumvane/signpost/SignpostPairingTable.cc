@@ -57,12 +57,27 @@ bool SignpostPairingTable::contains(const SignpostEntry& e) {
 }
 
 bool SignpostPairingTable::open(const SignpostEntry& e, OpenSignpostInterval interval) {
-  return open_.emplace(keyOf(e), std::move(interval)).second;
+  if (open_.find(keyOf(e)) != open_.end()) return false;
+  if (open_.size() >= maxOpen_) {
+    ++dropped_;
+    const auto oldest = byAge_.begin();
+    // The new begin is itself the earliest: it is the one dropped.
+    if (interval.beginTime.realtimeUsec < oldest->first.first) return true;
+    open_.erase(open_.find(*oldest->second));
+    byAge_.erase(oldest);
+  }
+  interval.sequence = nextSequence_++;
+  const uint64_t realtime = interval.beginTime.realtimeUsec;
+  const uint64_t sequence = interval.sequence;
+  const auto placed = open_.emplace(key_, std::move(interval)).first;
+  byAge_.emplace(std::make_pair(realtime, sequence), &placed->first);
+  return true;
 }
 
 std::optional<OpenSignpostInterval> SignpostPairingTable::close(const SignpostEntry& e) {
   auto it = open_.find(keyOf(e));
   if (it == open_.end()) return std::nullopt;
+  byAge_.erase({it->second.beginTime.realtimeUsec, it->second.sequence});
   std::optional<OpenSignpostInterval> interval(std::move(it->second));
   open_.erase(it);
   return interval;
