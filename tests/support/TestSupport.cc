@@ -59,9 +59,17 @@ bool PathExists(const std::string& path) {
 ChildProcess::ChildProcess(std::vector<std::string> argv, const std::vector<std::string>& env,
                            const std::string& outputPrefix)
     : outPath_(outputPrefix + ".out"), errPath_(outputPrefix + ".err") {
+  auto given = [&env](const std::string& entry) {
+    const std::string name = entry.substr(0, entry.find('=') + 1);
+    for (const std::string& e : env) {
+      if (e.rfind(name, 0) == 0) return true;
+    }
+    return false;
+  };
   std::vector<std::string> envStrings;
   for (char** e = environ; *e; ++e) {
-    if (std::string(*e).rfind("LUMVANE_", 0) != 0) envStrings.push_back(*e);
+    const std::string entry = *e;
+    if (entry.rfind("LUMVANE_", 0) != 0 && !given(entry)) envStrings.push_back(entry);
   }
   envStrings.insert(envStrings.end(), env.begin(), env.end());
   // Everything the child needs is made before fork: only async-signal-safe

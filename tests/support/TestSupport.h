@@ -54,7 +54,8 @@ std::string ReadFile(const std::string& path);
 bool PathExists(const std::string& path);
 
 // A program started in a child process with this process's environment less
-// its LUMVANE_* variables, plus `env`; its standard output and error go to
+// its LUMVANE_* variables and the variables `env` gives, plus `env`; its
+// standard output and error go to
 // the files `outputPrefix`.out and `outputPrefix`.err. A child still running
 // when the object goes is killed. Use from the test's thread only.
 class ChildProcess final {
