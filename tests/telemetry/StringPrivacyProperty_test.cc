@@ -62,14 +62,15 @@ const char* const kIdentities[][3] = {
     {"com.example.mail", "Sync", "Fetch"},
     {"com.example.photos", "Import", "Scan"}};
 
+// Random signpost objects for one platform whose own lists hold `own`.
 class ObjectGenerator {
  public:
   ObjectGenerator(uint32_t seed, const Pool& own, const Pool& everyList)
-      : rng_(seed), own_(own), everyList_(everyList), listed_(everyList.begin(), everyList.end()) {}
+      : rng_(seed), own_(own), every_(everyList), listed_(everyList.begin(), everyList.end()) {}
 
   // Values that must never leave the process: unknown to every list, or a
   // listed value changed by one character or its case.
-  const std::set<std::string>& privateValues() const { return private_; }
+  std::set<std::string> privateValues;
 
   std::shared_ptr<const SignpostObject> next() {
     SignpostObjectProperties p;
@@ -90,43 +91,33 @@ class ObjectGenerator {
 
   void fill(std::optional<std::string>* name, std::optional<std::string>* value) {
     if (pick(5) == 0) {  // no such argument, though maybe a stray value
-      if (pick(2) == 0) privateValue(value);
+      if (pick(2) == 0) *value = privateValue();
       return;
     }
     // Argument names carry no private data and vary so that no check leans on one.
     static const char* const kNames[] = {"Element", "Action", "Store", "Mode", "Kind"};
     *name = pick(4) == 0 ? "arg" + std::to_string(pick(1000)) : kNames[pick(std::size(kNames))];
     const size_t roll = pick(10);
+    std::string changed = every_[pick(every_.size())];
     if (roll == 0) return;  // named, but without a value
     if (roll <= 3 && !own_.empty()) return void(*value = own_[pick(own_.size())]);
-    if (roll == 4 || roll == 5) {  // allowed only if also on the platform's own lists
-      return void(*value = everyList_[pick(everyList_.size())]);
-    }
+    if (roll == 4 || roll == 5) return void(*value = changed);  // allowed if also on the own lists
     if (roll == 6) {
-      std::string changed = everyList_[pick(everyList_.size())];
       if (pick(2) == 0) {
         changed += " ";
       } else {
         changed[0] = static_cast<char>(changed[0] ^ 0x20);  // flips an ASCII letter's case
       }
-      if (listed_.count(changed) == 0) {
-        private_.insert(changed);
-        return void(*value = changed);
-      }
+      if (listed_.count(changed) == 0) return void(*value = *privateValues.insert(changed).first);
     }
-    privateValue(value);
+    *value = privateValue();
   }
 
-  void privateValue(std::optional<std::string>* value) {
-    *value = "private-" + std::to_string(rng_());
-    private_.insert(**value);
-  }
+  std::string privateValue() { return *privateValues.insert("private-" + std::to_string(rng_())).first; }
 
   std::mt19937 rng_;
-  const Pool& own_;
-  const Pool& everyList_;
+  const Pool &own_, &every_;
   const std::set<std::string> listed_;
-  std::set<std::string> private_;
 };
 
 TEST(StringPrivacyPropertyTest, NoStringOutsideThePlatformWhitelistIsEverSent) {
@@ -138,8 +129,7 @@ TEST(StringPrivacyPropertyTest, NoStringOutsideThePlatformWhitelistIsEverSent) {
   testing::ScopedInternalDiagnostics notInternal(false);
   Pool everyList = ReadLists(kArdenosLists);  // Ardenos and Belvos between them hold every list
   for (const std::string& s : ReadLists(kBelvosLists)) everyList.push_back(s);
-  const Pool elements = ReadLists({"LVDesktopUIElementNames"});
-  const Pool actions = ReadLists({"LVDesktopUIActionNames"});
+  const Pool perfPair[] = {ReadLists({"LVDesktopUIElementNames"}), ReadLists({"LVDesktopUIActionNames"})};
 
   for (const auto& [platform, lists] : kPlatforms) {
     SCOPED_TRACE(std::string("platform ") + LVPlatformName(platform));
@@ -154,26 +144,22 @@ TEST(StringPrivacyPropertyTest, NoStringOutsideThePlatformWhitelistIsEverSent) {
     std::shared_ptr<WorkQueue> queue = NewSerialWorkQueue("privacy");
     auto filter = LumvaneObjectFilter::initWithPlatform(platform);
     ASSERT_NE(filter, nullptr);
-    auto perfLogging = [&](const std::optional<std::string>& subsystem) {
-      return platform == LVPlatformArdenos && subsystem == "com.orvel.Brackenfold";
+    auto perfLogging = [&](const Value* subsystem) {
+      return platform == LVPlatformArdenos && subsystem && *subsystem == Value("com.orvel.Brackenfold");
     };
+    auto listed = [&](const auto& name, const auto& value) { return !name || (value && allowed.count(*value)); };
     for (uint64_t i = 0; i < kObjectsPerPlatform; ++i) {
       auto object = generator.next();
       SignpostClassification c;
       if (filter->shouldReportSignpostObject(*object, &c)) {
-        if (std::optional<Dictionary> payload = object->dovetelPayload()) {
-          reportSignpostPayload(object, std::make_shared<const Dictionary>(*std::move(payload)),
-                                throttle, *queue);
-        }
-        continue;
+        reportSignpostPayload(object, std::make_shared<const Dictionary>(*object->dovetelPayload()),
+                              throttle, *queue);
+      } else if (c == SignpostClassificationFailedStringWhitelist) {
+        const Value subsystem(*object->subsystem());
+        EXPECT_FALSE(!perfLogging(&subsystem) && listed(object->string1Name(), object->string1Value()) &&
+                     listed(object->string2Name(), object->string2Value()))
+            << "an object whose named values are all listed was refused";
       }
-      auto listed = [&](const auto& name, const auto& value) {
-        return !name || (value && allowed.count(*value));
-      };
-      EXPECT_FALSE(c == SignpostClassificationFailedStringWhitelist && !perfLogging(object->subsystem()) &&
-                   listed(object->string1Name(), object->string1Value()) &&
-                   listed(object->string2Name(), object->string2Value()))
-          << "an object whose named values are all listed was refused";
     }
     queue->sync([] {});
     ExchangeDovetelEventSink(previousSink);
@@ -185,17 +171,16 @@ TEST(StringPrivacyPropertyTest, NoStringOutsideThePlatformWhitelistIsEverSent) {
 
     size_t stringsSent = 0;
     for (const RecordingDovetelSink::Event& event : sink->events()) {
-      const Value* subsystem = event.payload.find("Subsystem");
-      const bool perf = perfLogging(subsystem && subsystem->asString() ? *subsystem->asString() : "");
+      const bool perf = perfLogging(event.payload.find("Subsystem"));
       for (const auto& [key, value] : event.payload) {
         const std::string* text = value.asString();
         if (!text) continue;
-        ASSERT_EQ(generator.privateValues().count(*text), 0u)
+        ASSERT_EQ(generator.privateValues.count(*text), 0u)
             << event.name << " carries the private value \"" << *text << "\" under " << key;
         if (key != "String1Value" && key != "String2Value") continue;
         ++stringsSent;
         EXPECT_EQ(allowed.count(*text), 1u) << event.name << ": \"" << *text << "\" is not listed";
-        const Pool& pair = key == "String1Value" ? elements : actions;
+        const Pool& pair = perfPair[key == "String1Value" ? 0 : 1];
         EXPECT_TRUE(!perf || std::count(pair.begin(), pair.end(), *text))
             << "\"" << *text << "\" is not a performance-logging " << key;
       }
