@@ -101,19 +101,19 @@ TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) 
   reporter_.reportRunStatistics(Input(RankedFilter(), false));
 
   // The five highest keys only, in count order, ties in first-seen order.
-  std::vector<Dictionary> counts;
-  for (int i = 0; i < 5; ++i) counts.push_back(CountPayload("s", kRanked[i].first, kRanked[i].second, "AllInspected"));
-  counts.push_back(CountPayload("r", "x", 2, "Reported"));
-  counts.push_back(CountPayload("r", "y", 1, "Reported"));
-  counts.push_back(CountPayload("r", "x", 2, "ReportedEvents"));
-  for (int i = 0; i < 5; ++i) {
-    counts.push_back(CountPayload("s", kRanked[i].first, kRanked[i].second, "SubsystemCategoryFiltered"));
-  }
-  counts.push_back(CountPayload("d", "z", 1, "DurationThresholdFiltered"));
-  counts.push_back(CountPayload("w", "q", 1, "StringWhitelistFiltered"));
+  const char *all = "AllInspected", *sc = "SubsystemCategoryFiltered";
+  const Dictionary counts[] = {
+      CountPayload("s", "a", 9, all), CountPayload("s", "b", 7, all), CountPayload("s", "c", 7, all),
+      CountPayload("s", "d", 5, all), CountPayload("s", "e", 3, all),
+      CountPayload("r", "x", 2, "Reported"), CountPayload("r", "y", 1, "Reported"),
+      CountPayload("r", "x", 2, "ReportedEvents"),
+      CountPayload("s", "a", 9, sc), CountPayload("s", "b", 7, sc), CountPayload("s", "c", 7, sc),
+      CountPayload("s", "d", 5, sc), CountPayload("s", "e", 3, sc),
+      CountPayload("d", "z", 1, "DurationThresholdFiltered"),
+      CountPayload("w", "q", 1, "StringWhitelistFiltered")};
   const auto events = sink_->events();
-  ASSERT_EQ(events.size(), counts.size() + 1);
-  for (std::size_t i = 0; i < counts.size(); ++i) {
+  ASSERT_EQ(events.size(), std::size(counts) + 1);
+  for (std::size_t i = 0; i < std::size(counts); ++i) {
     EXPECT_EQ(events[i].name, kCounts) << i;
     EXPECT_EQ(events[i].payload, counts[i]) << i << ": " << Value(events[i].payload).description();
   }
