@@ -15,7 +15,7 @@ namespace {
 TEST(LVPlatformTest, NamesAndNumbersAreInverseAndEverythingElseIsUnknown) {
   EXPECT_EQ(LVCurrentPlatform(), LVPlatformCirros);
   const char* names[] = {"Unknown", "Ardenos", "Belvos", "Cirros", "Dalvos", "Elmos", "Unknown"};
-  for (uint32_t p = 0; p <= 6; ++p) {
+  for (uint32_t p = 0; p <= 6; ++p) {  // 6 is no platform
     EXPECT_STREQ(LVPlatformName(static_cast<LVPlatform>(p)), names[p]);
     EXPECT_EQ(LVPlatformFromName(std::string(names[p])), static_cast<LVPlatform>(p % 6));
   }
@@ -25,8 +25,7 @@ TEST(LVPlatformTest, NamesAndNumbersAreInverseAndEverythingElseIsUnknown) {
 
 TEST(LVLogTest, OneHandleForAllThreadsAndWholeRecordsFromEach) {
   testing::ScopedLogCapture capture;
-  constexpr int kThreads = 8;
-  constexpr int kLines = 200;
+  constexpr int kThreads = 8, kLines = 200;
   std::vector<SystemLog*> handles(kThreads);
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
@@ -37,12 +36,10 @@ TEST(LVLogTest, OneHandleForAllThreadsAndWholeRecordsFromEach) {
   }
   for (auto& th : threads) th.join();
   EXPECT_EQ(std::set<SystemLog*>(handles.begin(), handles.end()).size(), 1u);
-  EXPECT_EQ(LVLog().subsystem(), "com.orvel.Vantrel");
-  EXPECT_EQ(LVLog().category(), "lumvane");
-
+  EXPECT_EQ(LVLog().subsystem() + "/" + LVLog().category(), "com.orvel.Vantrel/lumvane");
+  // Each thread's lines arrive whole and in its own order.
   auto records = capture.log().records();
   ASSERT_EQ(records.size(), size_t{kThreads * kLines});
-  // Each thread's lines arrive whole and in its own order.
   std::vector<int> next(kThreads, 0);
   for (const auto& r : records) {
     int t = -1, i = -1;

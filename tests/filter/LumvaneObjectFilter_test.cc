@@ -5,31 +5,25 @@
 #include <cmath>
 
 #include "lumvane/SubsystemCategoryFilter/LVBuiltInFilter.h"
-#include "lumvane/signpost/SignpostAnimationInterval.h"
+#include "lumvane/signpost/SignpostInterval.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
 namespace {
 
 using Opt = std::optional<std::string>;
-enum Kind { Plain, Event, Interval, Animation };
+enum Kind { Plain, Event, Interval };
 
-// An object of `kind`; without a subsystem in `p` it is com.orvel.test/cat/op.
-std::shared_ptr<const SignpostObject> Make(Kind kind, bool enabled, float duration,
-                                           Opt value = {}, SignpostObjectProperties p = {}) {
-  if (!p.subsystem) p.subsystem = "com.orvel.test", p.category = "cat", p.name = "op";
+// An object of `kind` for com.orvel.test/cat/op.
+std::shared_ptr<const SignpostObject> Make(Kind kind, bool enabled, float duration, Opt value = {}) {
+  SignpostObjectProperties p;
+  p.subsystem = "com.orvel.test", p.category = "cat", p.name = "op";
   p.telemetryEnabled = enabled;
   p.durationSeconds = duration;
   if (value) p.string1Name = "arg", p.string1Value = value;
-  switch (kind) {
-    case Plain: return std::make_shared<const SignpostObject>(p);
-    case Event: return std::make_shared<const SignpostEvent>(p, "proc", "/bin/proc");
-    case Interval: return std::make_shared<const SignpostInterval>(p, nullptr, nullptr);
-    case Animation:
-      return std::make_shared<const SignpostAnimationInterval>(p, nullptr, nullptr, Dictionary(),
-                                                               60.0f);
-  }
-  return nullptr;
+  if (kind == Plain) return std::make_shared<const SignpostObject>(p);
+  if (kind == Event) return std::make_shared<const SignpostEvent>(p, "proc", "/bin/proc");
+  return std::make_shared<const SignpostInterval>(p, nullptr, nullptr);
 }
 
 uint64_t PerClassificationTotal(const LumvaneObjectFilter& f) {

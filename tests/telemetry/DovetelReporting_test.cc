@@ -11,12 +11,6 @@ namespace lumvane {
 namespace {
 
 using testing::ScopedLogCapture;
-using testing::TempDir;
-
-void WriteBundle(const std::string& dir, const std::string& identifier) {
-  std::filesystem::create_directories(dir + "/usr/bin");
-  testing::WriteFile(dir + "/" + identifier + ".desktop", testing::DesktopEntry("Application"));
-}
 
 class CountingLookup final : public BundleLookup {
  public:
@@ -28,54 +22,36 @@ class CountingLookup final : public BundleLookup {
   mutable std::vector<std::string> asked;
 };
 
-TEST(BundleIdentifierCacheTest, FindsRealBundlesOnceAndRemembersThem) {
-  TempDir dir;
-  WriteBundle(dir.file("Foo.AppDir"), "com.example.foo");
-  WriteBundle(dir.file("Bar.AppDir"), "com.example.bar");
-  const std::string foo = dir.file("Foo.AppDir/Foo"), bar = dir.file("Bar.AppDir/usr/bin/Bar");
-  ScopedLogCapture capture;
-  EXPECT_EQ(bundleIdentifierForImagePath(foo), "com.example.foo");
-  EXPECT_EQ(bundleIdentifierForImagePath(bar), "com.example.bar");
-  EXPECT_EQ(bundleIdentifierForImagePath(std::nullopt), std::nullopt);
-  // With the bundles gone, only the cache can still answer.
-  std::filesystem::remove_all(dir.file("Foo.AppDir"));
-  std::filesystem::remove_all(dir.file("Bar.AppDir"));
-  EXPECT_EQ(bundleIdentifierForImagePath(foo), "com.example.foo");
-  EXPECT_EQ(bundleIdentifierForImagePath(bar), "com.example.bar");
-  EXPECT_EQ(capture.log().count("Found bundle ID: \"com.example.foo\" for path:\"" + foo + "\""),
-            1u);
-  EXPECT_EQ(capture.log().messages().size(), 2u);
-}
-
 TEST(BundleIdentifierCacheTest, WalksWithThePrefixRuleAndCachesMisses) {
   CountingLookup lookup;
   BundleIdentifierCache cache(lookup);
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/Foo.AppDir/Foo"), "org.example.Foo");
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/Foo.AppDir/Foo"), "org.example.Foo");
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/home/user/Foo.d/x/Foo"), std::nullopt);
-  EXPECT_EQ(cache.bundleIdentifierForImagePath("/home/user/Foo.d/x/Foo"), std::nullopt);
+  ScopedLogCapture capture;
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/Foo.AppDir/Foo"), "org.example.Foo");
+    EXPECT_EQ(cache.bundleIdentifierForImagePath("/home/user/Foo.d/x/Foo"), std::nullopt);
+  }
   EXPECT_EQ(cache.bundleIdentifierForImagePath("/opt/tools/foo"), std::nullopt);
   EXPECT_EQ(lookup.asked, (std::vector<std::string>{"/opt/Foo.AppDir", "/home/user/Foo.d"}));
   EXPECT_EQ(cache.size(), 3u);
+  EXPECT_EQ(capture.log().messages(),  // a miss is not logged
+            std::vector<std::string>{"Found bundle ID: \"org.example.Foo\" for path:\"/opt/Foo.AppDir/Foo\""});
 
-  auto dirFor = &BundleIdentifierCache::bundleDirectoryForImagePath;
-  EXPECT_EQ(dirFor("/opt/Foobar.AppDir/Foo"), std::nullopt);  // "Foo." is the prefix, not "Foo"
-  EXPECT_EQ(dirFor("/opt/Foo/Foo"), std::nullopt);
-  EXPECT_EQ(dirFor("/Foo.AppDir/Foo"), "/Foo.AppDir");
-  EXPECT_EQ(dirFor("Foo.AppDir/Foo"), "Foo.AppDir");
-  EXPECT_EQ(dirFor("Foo"), std::nullopt);
-  EXPECT_EQ(dirFor("/Foo"), std::nullopt);
   std::string nested = "/opt/Foo.AppDir";
   for (int i = 0; i < 99; ++i) nested += "/d";
-  EXPECT_EQ(dirFor(nested + "/Foo"), "/opt/Foo.AppDir");  // the 100th directory examined
-  EXPECT_EQ(dirFor(nested + "/d/Foo"), std::nullopt);
+  const std::pair<std::string, std::optional<std::string>> walks[] = {
+      {"/opt/Foobar.AppDir/Foo", std::nullopt},  // "Foo." is the prefix, not "Foo"
+      {"/opt/Foo/Foo", std::nullopt}, {"/Foo.AppDir/Foo", "/Foo.AppDir"},
+      {"Foo.AppDir/Foo", "Foo.AppDir"}, {"Foo", std::nullopt}, {"/Foo", std::nullopt},
+      {nested + "/Foo", "/opt/Foo.AppDir"},  // the 100th directory examined
+      {nested + "/d/Foo", std::nullopt}};
+  for (const auto& [path, directory] : walks) {
+    EXPECT_EQ(BundleIdentifierCache::bundleDirectoryForImagePath(path), directory) << path;
+  }
 }
 
 SignpostObjectProperties Props() {
   SignpostObjectProperties p;
-  p.subsystem = "com.example.net";
-  p.category = "fetch";
-  p.name = "Request";
+  p.subsystem = "com.example.net", p.category = "fetch", p.name = "Request";
   p.durationSeconds = 1.5f;
   return p;
 }
@@ -88,11 +64,9 @@ std::shared_ptr<const SignpostEvent> Side(std::optional<std::string> process,
 TEST(DovetelPayloadTest, EventCarriesArgumentsInOrderWithTheirKinds) {
   SignpostObjectProperties p = Props();
   p.name.reset();
-  p.string1Name = "s1";
-  p.string1Value = "v1";
+  p.string1Name = "s1", p.string1Value = "v1";
   p.string2Name = "s2";  // no value: the name alone
-  p.number1Name = "n1";
-  p.number1Value = Number::fromInt64(-3);
+  p.number1Name = "n1", p.number1Value = Number::fromInt64(-3);
   p.number2Value = Number::fromDouble(2.5);  // no name: neither key
   // Dictionaries compare key order and number kinds too.
   EXPECT_EQ(SignpostEvent(p, std::nullopt, std::nullopt).dovetelPayload(),
@@ -102,27 +76,35 @@ TEST(DovetelPayloadTest, EventCarriesArgumentsInOrderWithTheirKinds) {
                         {"Number1Value", Number::fromInt64(-3)}, {"IntervalType", "Event"},
                         {"DurationInSeconds", Number::fromFloat(1.5f)},
                         {"StartProcessName", "Unknown"}}));
-
   p.subsystem.reset();
   EXPECT_FALSE(SignpostEvent(p, "proc", std::nullopt).dovetelPayload()->contains("Subsystem"));
   EXPECT_EQ(*SignpostEvent(p, "proc", "/no/such/proc").dovetelPayload()->find("StartProcessName"),
             Value("proc"));
 }
 
+// Each side is named by its real bundle (found once, then remembered), and
+// only one subsystem's intervals may override both names.
 TEST(DovetelPayloadTest, IntervalsNameEachSideAndHonourTheOverrideForOneSubsystem) {
-  TempDir dir;
-  WriteBundle(dir.file("Foo.AppDir"), "com.example.foo");
-  SignpostInterval interval(Props(), Side("begin", dir.file("Foo.AppDir/Foo")), Side("end"),
+  testing::TempDir dir;
+  for (const char* bundle : {"Foo.AppDir/usr/bin", "Bar.AppDir/usr/bin"}) {
+    std::filesystem::create_directories(dir.file(bundle));
+  }
+  testing::WriteFile(dir.file("Foo.AppDir/com.example.foo.desktop"), testing::DesktopEntry("Application"));
+  testing::WriteFile(dir.file("Bar.AppDir/com.example.bar.desktop"), testing::DesktopEntry("Application"));
+  const std::string foo = dir.file("Foo.AppDir/Foo"), bar = dir.file("Bar.AppDir/usr/bin/Bar");
+  SignpostInterval interval(Props(), Side("begin", foo), Side("end", bar),
                             Dictionary{{"BundleIdOverride", "com.other"}});
   Dictionary expected{{"Subsystem", "com.example.net"}, {"Category", "fetch"},
                       {"Name", "Request"}, {"IntervalType", "Interval"},
                       {"DurationInSeconds", Number::fromFloat(1.5f)},
-                      {"StartProcessName", "com.example.foo"}, {"EndProcessName", "end"}};
+                      {"StartProcessName", "com.example.foo"}, {"EndProcessName", "com.example.bar"}};
+  ScopedLogCapture capture;
+  EXPECT_EQ(interval.dovetelPayload(), expected);
+  std::filesystem::remove_all(dir.path());  // only the cache can answer now
   EXPECT_EQ(interval.dovetelPayload(), expected);
 
   SignpostObjectProperties halvenrod = Props();
   halvenrod.subsystem = "com.orvel.halvenrod";
-  ScopedLogCapture capture;
   SignpostAnimationInterval animation(halvenrod, Side("begin"), Side("end"),
                                       Dictionary{{"BundleIdOverride", "com.override"}}, 59.5f);
   expected.set("Subsystem", "com.orvel.halvenrod");
@@ -131,9 +113,11 @@ TEST(DovetelPayloadTest, IntervalsNameEachSideAndHonourTheOverrideForOneSubsyste
   expected.set("EndProcessName", "com.override");
   expected.set("FrameRate", Number::fromFloat(59.5f));
   EXPECT_EQ(animation.dovetelPayload(), expected);
-  EXPECT_EQ(capture.log().count(
-                "com.orvel.halvenrod/fetch/Request: Overriding bundle ID to com.override"),
-            1u);
+  EXPECT_EQ(capture.log().messages(),
+            (std::vector<std::string>{
+                "Found bundle ID: \"com.example.foo\" for path:\"" + foo + "\"",
+                "Found bundle ID: \"com.example.bar\" for path:\"" + bar + "\"",
+                "com.orvel.halvenrod/fetch/Request: Overriding bundle ID to com.override"}));
 }
 
 }  // namespace

@@ -68,40 +68,36 @@ TEST(ReportThrottleTest, ConvertsTicksThroughTheTimebase) {
   EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{68750});
 }
 
+// Five objects make ten throttle steps: one quantum, on a clock only the sleep moves.
 TEST(ReportSignpostPayloadTest, SendsBothEventsInOrderOnTheReportingQueue) {
   auto sink = std::make_shared<RecordingDovetelSink>();
   auto previous = ExchangeDovetelEventSink(sink);
   FakeContinuousClock clock;
   RecordingSleeper sleeper(&clock);
   ReportThrottle throttle(clock, sleeper);
-
-  std::vector<std::shared_ptr<const Dictionary>> payloads;
+  const char* names[] = {"sp__com.example.net__fetch__Request0", "sp__com.example.net__fetch__Request1",
+                         "sp__com.example.net__fetch__Request2", "sp__com.example.net__Unknown__Request3",
+                         "sp__com.example.net__fetch__Unknown"};
+  std::vector<RecordingDovetelSink::Event> expected;
   for (int i = 0; i < 5; ++i) {
     SignpostObjectProperties p;
     p.subsystem = "com.example.net";
-    p.category = "fetch";
+    if (i != 3) p.category = "fetch";
     if (i != 4) p.name = "Request" + std::to_string(i);
-    if (i == 3) p.category.reset();
     auto object = std::make_shared<SignpostEvent>(p, std::nullopt, std::nullopt);
-    payloads.push_back(std::make_shared<Dictionary>(*object->dovetelPayload()));
-    reportSignpostPayload(object, payloads.back(), throttle, reportingQueue());
+    auto payload = std::make_shared<Dictionary>(*object->dovetelPayload());
+    expected.push_back({"com.orvel.performance.signpost", *payload});
+    expected.push_back({names[i], *payload});
+    reportSignpostPayload(object, payload, throttle, reportingQueue());
   }
   reportingQueue().sync([] {});
   EXPECT_EQ(ExchangeDovetelEventSink(previous), sink);  // hands back the sink it replaces
-
-  EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{125000});  // five objects, one quantum
-  auto events = sink->events();
-  ASSERT_EQ(events.size(), 10u);
-  const char* names[] = {"sp__com.example.net__fetch__Request0",
-                         "sp__com.example.net__fetch__Request1",
-                         "sp__com.example.net__fetch__Request2",
-                         "sp__com.example.net__Unknown__Request3",
-                         "sp__com.example.net__fetch__Unknown"};
-  for (std::size_t i = 0; i < 5; ++i) {
-    EXPECT_EQ(events[2 * i].name, "com.orvel.performance.signpost");
-    EXPECT_EQ(events[2 * i + 1].name, names[i]);
-    EXPECT_EQ(events[2 * i].payload, *payloads[i]);
-    EXPECT_EQ(events[2 * i + 1].payload, *payloads[i]);
+  EXPECT_EQ(sleeper.sleeps(), std::vector<uint32_t>{125000});
+  const auto events = sink->events();
+  ASSERT_EQ(events.size(), expected.size());
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    EXPECT_EQ(events[i].name, expected[i].name) << i;
+    EXPECT_EQ(events[i].payload, expected[i].payload) << i;
   }
 }
 

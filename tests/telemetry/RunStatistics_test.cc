@@ -19,6 +19,8 @@ using testing::ScopedLogCapture;
 
 constexpr const char* kStats = "com.orvel.performance.signpost_reporting_stats";
 constexpr const char* kCounts = "com.orvel.performance.signpost_counts";
+const std::string kBar = "**************\n";
+const std::string kSent = " (Count reported to Dovetel)", kKept = " (Count not reported)";
 
 enum Kind { Event, Interval, Animation };
 
@@ -44,7 +46,7 @@ Dictionary CountPayload(const char* subsystem, const char* category, uint64_t co
 }
 
 // The events of one run: a recording sink swapped in, a throttle whose sleeps
-// move its fake clock, and a date formatter that counts its calls.
+// move its fake clock (1 tick = 1 ns), and a date formatter that counts its calls.
 class RunStatisticsTest : public ::testing::Test {
  protected:
   RunStatisticsTest() : previous_(ExchangeDovetelEventSink(sink_)) {}
@@ -69,18 +71,18 @@ class RunStatisticsTest : public ::testing::Test {
   std::shared_ptr<ScriptedExtractor> extractor_ = std::make_shared<ScriptedExtractor>(
       std::vector<std::shared_ptr<const SignpostObject>>{});
   int formatCalls_ = 0;
-  RunStatisticsReporter reporter_{clock_, throttle_, [this](Date d) {
-                                    ++formatCalls_;
-                                    return "<" + std::to_string(d.time_since_epoch().count()) + ">";
-                                  }};
+  RunStatisticsReporter::DateFormatter format_ = [this](Date d) {
+    ++formatCalls_;
+    return "<" + std::to_string(d.time_since_epoch().count()) + ">";
+  };
+  RunStatisticsReporter reporter_{clock_, throttle_, format_};
 };
 
 const std::pair<const char*, int> kRanked[] = {{"a", 9}, {"b", 7}, {"c", 7}, {"d", 5},
                                                {"e", 3}, {"f", 2}, {"g", 1}};
 
-// Seven subsystem/category-filtered keys of counts 9,7,7,5,3,2,1 and one key
-// in each other dumped aggregation (plus one telemetry-disabled key, which is
-// inspected but not dumped).
+// Seven subsystem/category-filtered keys of counts 9,7,7,5,3,2,1, one key in
+// each other dumped aggregation, and one telemetry-disabled key (never dumped).
 std::shared_ptr<LumvaneObjectFilter> RankedFilter() {
   auto filter = LumvaneObjectFilter::_init();
   for (auto [category, n] : kRanked) {
@@ -99,22 +101,19 @@ TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) 
   reporter_.reportRunStatistics(Input(RankedFilter(), false));
 
   // The five highest keys only, in count order, ties in first-seen order.
-  std::vector<Dictionary> counts;
-  for (int i = 0; i < 5; ++i) {
-    counts.push_back(CountPayload("s", kRanked[i].first, kRanked[i].second, "AllInspected"));
-  }
-  counts.push_back(CountPayload("r", "x", 2, "Reported"));
-  counts.push_back(CountPayload("r", "y", 1, "Reported"));
-  counts.push_back(CountPayload("r", "x", 2, "ReportedEvents"));
-  for (int i = 0; i < 5; ++i) {
-    counts.push_back(
-        CountPayload("s", kRanked[i].first, kRanked[i].second, "SubsystemCategoryFiltered"));
-  }
-  counts.push_back(CountPayload("d", "z", 1, "DurationThresholdFiltered"));
-  counts.push_back(CountPayload("w", "q", 1, "StringWhitelistFiltered"));
+  const char *all = "AllInspected", *sc = "SubsystemCategoryFiltered";
+  const Dictionary counts[] = {
+      CountPayload("s", "a", 9, all), CountPayload("s", "b", 7, all), CountPayload("s", "c", 7, all),
+      CountPayload("s", "d", 5, all), CountPayload("s", "e", 3, all),
+      CountPayload("r", "x", 2, "Reported"), CountPayload("r", "y", 1, "Reported"),
+      CountPayload("r", "x", 2, "ReportedEvents"),
+      CountPayload("s", "a", 9, sc), CountPayload("s", "b", 7, sc), CountPayload("s", "c", 7, sc),
+      CountPayload("s", "d", 5, sc), CountPayload("s", "e", 3, sc),
+      CountPayload("d", "z", 1, "DurationThresholdFiltered"),
+      CountPayload("w", "q", 1, "StringWhitelistFiltered")};
   const auto events = sink_->events();
-  ASSERT_EQ(events.size(), counts.size() + 1);
-  for (std::size_t i = 0; i < counts.size(); ++i) {
+  ASSERT_EQ(events.size(), std::size(counts) + 1);
+  for (std::size_t i = 0; i < std::size(counts); ++i) {
     EXPECT_EQ(events[i].name, kCounts) << i;
     EXPECT_EQ(events[i].payload, counts[i]) << i << ": " << Value(events[i].payload).description();
   }
@@ -123,22 +122,20 @@ TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) 
   // 24 keys, one throttle step each, on a clock that only the sleeps move:
   // the 10th and the 20th step sleep a whole quantum, before that key's line.
   EXPECT_EQ(sleeper_.sleeps(), (std::vector<uint32_t>{125000, 125000}));
-  const std::string sent = " (Count reported to Dovetel)", kept = " (Count not reported)";
-  const std::string bar = "**************\n";
-  std::vector<std::string> expected = {
-      bar + "Total signpost object count: 40",
+  const std::vector<std::string> expected = {
+      kBar + "Total signpost object count: 40",
       // The first key's throttle step is the throttle's first call.
       "125000.000000 us, 125000000.000000 clock ticks per quantum of 10 reported events",
-      "s/a:\t9" + sent, "s/b:\t7" + sent, "s/c:\t7" + sent, "s/d:\t5" + sent, "s/e:\t3" + sent,
-      "s/f:\t2" + kept, "r/x:\t2" + kept, "s/g:\t1" + kept, "r/y:\t1" + kept,
-      "Sleeping for 125000 us", "d/z:\t1" + kept, "w/q:\t1" + kept, "t/t:\t1" + kept,
-      bar + "Reported signpost object count: 3", "r/x:\t2" + sent, "r/y:\t1" + sent,
-      bar + "Reported signpost event count: 2", "r/x:\t2" + sent,
-      bar + "Subsystem/category filtered signpost object count: 34",
-      "s/a:\t9" + sent, "s/b:\t7" + sent, "s/c:\t7" + sent, "s/d:\t5" + sent,
-      "Sleeping for 125000 us", "s/e:\t3" + sent, "s/f:\t2" + kept, "s/g:\t1" + kept,
-      bar + "Duration filtered signpost object count: 1", "d/z:\t1" + sent,
-      bar + "String whitelist filtered signpost object count: 1", "w/q:\t1" + sent,
+      "s/a:\t9" + kSent, "s/b:\t7" + kSent, "s/c:\t7" + kSent, "s/d:\t5" + kSent, "s/e:\t3" + kSent,
+      "s/f:\t2" + kKept, "r/x:\t2" + kKept, "s/g:\t1" + kKept, "r/y:\t1" + kKept,
+      "Sleeping for 125000 us", "d/z:\t1" + kKept, "w/q:\t1" + kKept, "t/t:\t1" + kKept,
+      kBar + "Reported signpost object count: 3", "r/x:\t2" + kSent, "r/y:\t1" + kSent,
+      kBar + "Reported signpost event count: 2", "r/x:\t2" + kSent,
+      kBar + "Subsystem/category filtered signpost object count: 34",
+      "s/a:\t9" + kSent, "s/b:\t7" + kSent, "s/c:\t7" + kSent, "s/d:\t5" + kSent,
+      "Sleeping for 125000 us", "s/e:\t3" + kSent, "s/f:\t2" + kKept, "s/g:\t1" + kKept,
+      kBar + "Duration filtered signpost object count: 1", "d/z:\t1" + kSent,
+      kBar + "String whitelist filtered signpost object count: 1", "w/q:\t1" + kSent,
       // The duration is read after the last count event, so it holds both sleeps.
       "Done processing 2 reported and 35 unreported events, 1 reported and 1 unreported "
       "intervals and 0 reported and 1 unreported animations (34 blacklisted, 1 too short, 1 "
@@ -150,94 +147,71 @@ TEST_F(RunStatisticsTest, DumpsSixAggregationsInOrderWithFiveCountEventsAtMost) 
             Number::fromFloat(0.25f));
 }
 
-// Every counter of the summary differs from every other, so that a swapped
-// argument shows.
-std::shared_ptr<LumvaneObjectFilter> DistinctFilter() {
+TEST_F(RunStatisticsTest, StatisticsEventAndSummaryCarryEveryCounterInItsPlace) {
+  // Every counter differs from every other so that a swapped argument shows;
+  // no whitelist-filtered object, and one reported event without a category.
   auto filter = LumvaneObjectFilter::_init();
-  Count(*filter, 1, Event, "s", "c", SignpostClassificationReported);
+  Count(*filter, 1, Event, "s", std::nullopt, SignpostClassificationReported);
   Count(*filter, 2, Interval, "s", "c", SignpostClassificationReported);
   Count(*filter, 3, Animation, "s", "c", SignpostClassificationReported);
   Count(*filter, 4, Event, "s", "c", SignpostClassificationFailedSCFilter);
   Count(*filter, 5, Interval, "s", "c", SignpostClassificationDurationThreshold);
-  Count(*filter, 6, Animation, "s", "c", SignpostClassificationFailedStringWhitelist);
   Count(*filter, 10, Event, "s", "c", SignpostClassificationTelemetryDisabled);
   Count(*filter, 3, Interval, "s", "c", SignpostClassificationTelemetryDisabled);
   Count(*filter, 7, Animation, "s", "c", SignpostClassificationTelemetryDisabled);
-  return filter;
-}
-
-TEST_F(RunStatisticsTest, StatisticsEventAndSummaryCarryEveryCounterInItsPlace) {
   extractor_->setExtraLogEventCount(1000);
   ASSERT_TRUE(extractor_->processLogArchiveWithPath(std::nullopt, Date{}, Date{}, nullptr));
+  FakeContinuousClock slowTicks(5'000, Timebase{125, 3});  // 125/3 ns per tick
+  RunStatisticsReporter reporter(slowTicks, throttle_, format_);
+  RunStatisticsInput input = Input(filter, true);
+  input.runStart = slowTicks.now();
+  slowTicks.advance(296'294'400);  // 12.3456 s
   ScopedLogCapture capture;
-  RunStatisticsInput input = Input(DistinctFilter(), true);
-  clock_.advance(12'345'600'000);  // 12.3456 s after a run start that is not 0
-  reporter_.reportRunStatistics(input);
+  reporter.reportRunStatistics(input);
 
   const auto events = sink_->events();
-  ASSERT_EQ(events.size(), 6u + 1);  // one key in each dumped aggregation
+  ASSERT_EQ(events.size(), 7u + 1);
+  EXPECT_EQ(events[4].payload, (Dictionary{{"Subsystem", "s"}, {"Count", Number::fromUInt64(1)},
+                                           {"Classification", "ReportedEvents"}}));
   const Dictionary expected = {{"ProcessingDurationInSeconds", Number::fromFloat(12.3456f)},
                                {"LogObjectsProcessed", Number::fromUInt64(1000)},
                                {"AnimationsReported", Number::fromUInt64(3)},
                                {"IntervalsReported", Number::fromUInt64(2)},
                                {"EventsReported", Number::fromUInt64(1)},
-                               {"AnimationsNotReported", Number::fromUInt64(13)},
+                               {"AnimationsNotReported", Number::fromUInt64(7)},
                                {"IntervalsNotReported", Number::fromUInt64(8)},
                                {"EventsNotReported", Number::fromUInt64(14)},
                                {"WasInterrupted", Number::fromBool(true)}};
   EXPECT_EQ(events.back().name, kStats);
   EXPECT_EQ(events.back().payload, expected) << Value(events.back().payload).description();
-  // Six one-key aggregations never fill a quantum: no sleep, no throttle line.
-  EXPECT_TRUE(sleeper_.sleeps().empty());
-  EXPECT_EQ(capture.log().messages().back(),
+  // Six headers, the throttle's creation line, seven keys (no sleep), the summary.
+  const auto messages = capture.log().messages();
+  ASSERT_EQ(messages.size(), 15u);
+  EXPECT_EQ(capture.log().count("s/(null):\t1" + kSent), 3u);
+  EXPECT_EQ(messages[13], kBar + "String whitelist filtered signpost object count: 0");
+  EXPECT_EQ(messages[14],
             "Done processing 1 reported and 14 unreported events, 2 reported and 8 unreported "
-            "intervals and 3 reported and 13 unreported animations (4 blacklisted, 5 too short, "
-            "6 whitelisted, 20 telemetry not enabled) from 1000 log events in 12.35s between <111> "
-            "and <222> (Interrupted by deferral)\n");
+            "intervals and 3 reported and 7 unreported animations (4 blacklisted, 5 too short, "
+            "0 whitelisted, 20 telemetry not enabled) from 1000 log events in 12.35s between "
+            "<111> and <222> (Interrupted by deferral)\n");
   EXPECT_EQ(formatCalls_, 2);
 }
 
+// Absent extractor and interruption flag read as none and false.
 TEST_F(RunStatisticsTest, WithoutDebugLoggingSendsTheSameEventsAndFormatsNoDate) {
   ScopedLogCapture capture(LogLevel::Error);
-  reporter_.reportRunStatistics(Input(RankedFilter(), true));
-  EXPECT_EQ(sink_->events().size(), 16u);
-  EXPECT_EQ(sink_->events()[8].payload, CountPayload("s", "a", 9, "SubsystemCategoryFiltered"));
-  EXPECT_EQ(formatCalls_, 0);
-  EXPECT_TRUE(capture.log().messages().empty());
-  // The throttle still steps for every key.
-  EXPECT_EQ(throttle_.throttleCount(), 2u);
-}
-
-// Empty aggregations send nothing; a key without category leaves "Category"
-// out; absent extractor and interruption flag read as none and false.
-TEST_F(RunStatisticsTest, SparseRunWithoutExtractorOnAnotherTimebase) {
-  ScopedLogCapture capture;
-  FakeContinuousClock slowTicks(0, Timebase{125, 3});  // 125/3 ns per tick
-  RunStatisticsReporter reporter(slowTicks, throttle_, [](Date) { return std::string("-"); });
-  auto filter = LumvaneObjectFilter::_init();
-  Count(*filter, 1, Interval, "s", std::nullopt, SignpostClassificationReported);
-  RunStatisticsInput input = Input(filter, false);
-  input.runStart = slowTicks.now();
+  RunStatisticsInput input = Input(RankedFilter(), true);
   input.extractor = nullptr;
   input.wasInterrupted = nullptr;
-  slowTicks.advance(300'000'000);  // 12.5 s
-  reporter.reportRunStatistics(input);
-
+  reporter_.reportRunStatistics(input);
   const auto events = sink_->events();
-  ASSERT_EQ(events.size(), 3u);  // all inspected, reported, statistics
-  EXPECT_EQ(events[0].payload, (Dictionary{{"Subsystem", "s"},
-                                           {"Count", Number::fromUInt64(1)},
-                                           {"Classification", "AllInspected"}}));
-  EXPECT_EQ(events[2].name, kStats);
-  EXPECT_EQ(*events[2].payload.find("ProcessingDurationInSeconds")->asNumber(),
-            Number::fromFloat(12.5f));
-  EXPECT_EQ(*events[2].payload.find("WasInterrupted")->asNumber(), Number::fromBool(false));
-  // Six headers, the throttle's creation line, two keys, the summary.
-  const auto messages = capture.log().messages();
-  ASSERT_EQ(messages.size(), 10u);
-  EXPECT_EQ(capture.log().count("s/(null):\t1 (Count reported to Dovetel)"), 2u);
-  EXPECT_EQ(messages[8], "**************\nString whitelist filtered signpost object count: 0");
-  EXPECT_NE(messages[9].find("from 0 log events in 12.50s between - and -\n"), std::string::npos);
+  ASSERT_EQ(events.size(), 16u);
+  EXPECT_EQ(events[8].payload, CountPayload("s", "a", 9, "SubsystemCategoryFiltered"));
+  EXPECT_EQ(*events[15].payload.find("LogObjectsProcessed"), Value(Number::fromUInt64(0)));
+  EXPECT_EQ(*events[15].payload.find("WasInterrupted"), Value(Number::fromBool(false)));
+  EXPECT_EQ(formatCalls_, 0);
+  EXPECT_TRUE(capture.log().messages().empty());
+  EXPECT_EQ(throttle_.throttleCount(), 2u);  // the throttle still steps for every key
 }
 
 }  // namespace

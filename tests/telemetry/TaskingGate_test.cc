@@ -21,17 +21,14 @@ const std::string kTimeoutLine =
 
 class TaskingGateTest : public ::testing::Test {
  protected:
-  // Runs the gate against an observer scripted with `deliveries`, waiting
-  // `timeout` if given, else as long as the gate does by default.
-  bool runGate(std::vector<Delivery> deliveries, bool settle = false,
-               std::optional<milliseconds> timeout = std::nullopt) {
+  // Runs the gate, with its default timeout, against an observer scripted with `deliveries`.
+  bool runGate(std::vector<Delivery> deliveries, bool settle = false) {
     observer_ = std::make_shared<ScriptedConfigurationObserver>(std::move(deliveries), settle);
     TaskingGateOptions options;
     options.makeObserver = [this] {
       ++observersMade_;
       return observer_;
     };
-    if (timeout) options.timeout = *timeout;
     return shouldReportTelemetry(options);
   }
 
@@ -42,38 +39,34 @@ class TaskingGateTest : public ::testing::Test {
 };
 
 TEST_F(TaskingGateTest, EachConfigurationOutcomeHasItsVerdictAndLine) {
-  struct Case {
-    std::optional<Value> configuration;
-    std::string type;
-    bool expected;
-    std::string line;
-  };
   const std::string no = "Not reporting based on not being tasked-on by Dovetel ";
-  const std::vector<Case> cases = {
+  const std::string yes = "Reporting based on being tasked-on by Dovetel", off = no + "('TaskedOn' is false)";
+  auto tasked = [](Number n) { return Value(Dictionary{{"TaskedOn", n}}); };
+  const Value on = tasked(Number::fromInt64(1)), zero = tasked(Number::fromInt64(0));
+  const struct { std::vector<Delivery> deliveries; bool expected; std::vector<std::string> lines; } cases[] = {
       // A wrong type decides before the absent configuration is looked at.
-      {std::nullopt, "com.orvel.other", false, no + "(unexpected type string: 'com.orvel.other')"},
-      {std::nullopt, kType, false, no + "(nil configuration object)"},
-      {Value(Array{Value(Dictionary{{"TaskedOn", Number::fromInt64(1)}})}), kType, false,
-       no + "(Non-dictionary configuration object)"},
-      {Value(Dictionary{{"Tasked", Number::fromInt64(1)}}), kType, false,
-       "Not reporting since is not tasked-on by Dovetel (nil value for TaskedOn key)"},
-      {Value(Dictionary{{"TaskedOn", "1"}}), kType, false,
-       "Not reporting since not tasked-on by Dovetel (Wrong value class for class for TaskedOn)"},
-      {Value(Dictionary{{"Other", "x"}, {"TaskedOn", Number::fromUInt64(1)}}), kType, true,
-       "Reporting based on being tasked-on by Dovetel"},
-      {Value(Dictionary{{"TaskedOn", Number::fromDouble(0.5)}}), kType, true,
-       "Reporting based on being tasked-on by Dovetel"},
-      {Value(Dictionary{{"TaskedOn", Number::fromBool(false)}}), kType, false,
-       no + "('TaskedOn' is false)"},
+      {{{std::nullopt, "com.orvel.other"}}, false, {no + "(unexpected type string: 'com.orvel.other')"}},
+      {{{std::nullopt, kType}}, false, {no + "(nil configuration object)"}},
+      {{{Value(Array{on}), kType}}, false, {no + "(Non-dictionary configuration object)"}},
+      {{{Value(Dictionary{{"Tasked", Number::fromInt64(1)}}), kType}}, false,
+       {"Not reporting since is not tasked-on by Dovetel (nil value for TaskedOn key)"}},
+      {{{Value(Dictionary{{"TaskedOn", "1"}}), kType}}, false,
+       {"Not reporting since not tasked-on by Dovetel (Wrong value class for class for TaskedOn)"}},
+      {{{Value(Dictionary{{"Other", "x"}, {"TaskedOn", Number::fromUInt64(1)}}), kType}}, true, {yes}},
+      {{{tasked(Number::fromDouble(0.5)), kType}}, true, {yes}},
+      {{{tasked(Number::fromBool(false)), kType}}, false, {off}},
+      // Of several deliveries made before the wait ends, the last one wins.
+      {{{on, kType}, {zero, kType}}, false, {yes, off}},
+      {{{zero, kType}, {on, kType}}, true, {off, yes}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.line);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.lines.back());
     capture_.log().clear();
-    EXPECT_EQ(runGate({{c.configuration, c.type}}), c.expected);
-    EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{c.line});
+    EXPECT_EQ(runGate(c.deliveries, c.deliveries.size() > 1), c.expected);
+    EXPECT_EQ(capture_.log().messages(), c.lines);
     EXPECT_EQ(observer_->observedTypes(), std::vector<std::string>{kType});
   }
-  EXPECT_EQ(observersMade_, static_cast<int>(cases.size()));
+  EXPECT_EQ(observersMade_, static_cast<int>(std::size(cases)));
 }
 
 TEST_F(TaskingGateTest, InternalDiagnosticsAnswersYesWithoutAnObserver) {
@@ -85,32 +78,19 @@ TEST_F(TaskingGateTest, InternalDiagnosticsAnswersYesWithoutAnObserver) {
             std::vector<std::string>{"Reporting based on internal-diagnostics variant result"});
 }
 
-TEST_F(TaskingGateTest, LastOfSeveralDeliveriesWins) {
-  const Value on(Dictionary{{"TaskedOn", Number::fromInt64(1)}});
-  const Value off(Dictionary{{"TaskedOn", Number::fromInt64(0)}});
-  EXPECT_FALSE(runGate({{on, kType}, {off, kType}}, true));
-  EXPECT_TRUE(runGate({{off, kType}, {on, kType}}, true));
-  EXPECT_EQ(capture_.log().count("Reporting based on being tasked-on by Dovetel"), 2u);
-}
-
-TEST_F(TaskingGateTest, LateDeliveryOnlyUpdatesTheSharedVerdict) {
-  EXPECT_FALSE(runGate({}, false, milliseconds(20)));
-  EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{kTimeoutLine});
-  // The gate has returned and let go of everything; the delivery still
-  // reaches the delegate and its shared verdict (ASan watches the access).
-  observer_->deliverNow(Value(Dictionary{{"TaskedOn", Number::fromInt64(1)}}), kType);
-  observer_->settle();
-  EXPECT_EQ(capture_.log().messages(),
-            (std::vector<std::string>{kTimeoutLine, "Reporting based on being tasked-on by Dovetel"}));
-}
-
-TEST_F(TaskingGateTest, SilentServiceTimesOutAfterFiveSeconds) {
+TEST_F(TaskingGateTest, SilentServiceTimesOutAfterFiveSecondsAndALateDeliveryChangesNothing) {
   auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(runGate({}));
   auto waited = std::chrono::steady_clock::now() - start;
   EXPECT_GE(waited, milliseconds(5000));
   EXPECT_LT(waited, milliseconds(30000));
   EXPECT_EQ(capture_.log().messages(), std::vector<std::string>{kTimeoutLine});
+  // The gate has let go of everything; the delivery still reaches the
+  // delegate and its shared verdict (ASan watches the access).
+  observer_->deliverNow(Value(Dictionary{{"TaskedOn", Number::fromInt64(1)}}), kType);
+  observer_->settle();
+  EXPECT_EQ(capture_.log().messages(),
+            (std::vector<std::string>{kTimeoutLine, "Reporting based on being tasked-on by Dovetel"}));
 }
 
 }  // namespace
