@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "lumvane/platform/CountingSemaphore.h"
+#include "tests/support/platform/ManualTimerFactory.h"
 
 namespace lumvane {
 namespace {
@@ -62,6 +63,29 @@ TEST(RepeatingTimerTest, HonoursStartDelayFiresFirstAtOnceAndMayBeCancelledFromI
   EXPECT_EQ(selfFirings.load(), 1);
   EXPECT_EQ(late.load(), 0);
   delayed.reset();  // destruction cancels and does not wait out the hour
+}
+
+// The double the run's tests drive: only a started, live timer fires, on its queue; its schedule and firings
+// are recorded, and cancelling lets go of the handler.
+TEST(ManualTimerFactoryTest, FiresOnlyStartedLiveTimersOnTheirQueueAndLetsGoOfHandlers) {
+  ManualTimerFactory factory;
+  auto queue = NewSerialWorkQueue("q");
+  auto held = std::make_shared<int>(0);
+  std::atomic<int> onQueue{0};
+  auto timer = factory.makeRepeatingTimer(queue, [&, held] { onQueue += queue->isCurrent() ? 1 : 0; });
+  timer->setSchedule(milliseconds(0), seconds(10), seconds(20));
+  EXPECT_EQ(factory.fireAll(), 0);  // not started
+  timer->start();
+  EXPECT_EQ(factory.fireAll(), 1);
+  EXPECT_EQ(factory.fireAll(), 1);
+  EXPECT_EQ(onQueue.load(), 2);
+  EXPECT_EQ(held.use_count(), 2);
+  timer.reset();
+  EXPECT_EQ(held.use_count(), 1) << "a cancelled timer keeps its handler alive";
+  EXPECT_EQ(factory.fireAll(), 0);
+  const auto r = factory.timers().at(0);
+  EXPECT_EQ(std::make_tuple(r.startDelay, r.period, r.leeway, r.started, r.cancelled, r.firings),
+            std::make_tuple(milliseconds(0), seconds(10), seconds(20), true, true, 2));
 }
 
 }  // namespace
