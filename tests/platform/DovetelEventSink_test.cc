@@ -26,76 +26,42 @@ using testing::WriteFile;
 
 TEST(DovetelEventSinkTest, AppendsLinesThatReadBackWithOrderKindsAndEscaping) {
   TempDir dir;
-  const std::string eventsDir = dir.file("not/yet/there");
+  const std::string eventsDir = dir.file("not/yet/there"), path = eventsDir + "/events.ndjson";
   ScopedEnv env("LUMVANE_DOVETEL_DIR", eventsDir.c_str());
-  auto sink = NewFileDovetelEventSink();
-
   const std::string tricky = "q\"b\\c\x01n\nt\t";
   const std::string text = "Gr\xC3\xBC\xC3\x9F" "e \xE2\x98\x83 \xF0\x9F\x98\x80";
-  Dictionary payload{{"Z", tricky},
-                     {"A", text},
-                     {"Bad", "\xFF\xC3(\xE2\x82"},
-                     {"Neg", Number::fromInt64(-5)},
-                     {"Big", Number::fromUInt64(std::numeric_limits<uint64_t>::max())},
-                     {"F32", Number::fromFloat(0.1f)},
-                     {"Whole", Number::fromFloat(3.0f)},
-                     {"F64", Number::fromDouble(1.5)},
-                     {"NaN", Number::fromFloat(std::nanf(""))},
-                     {"On", Number::fromBool(true)}};
-  sink->sendEvent("sp__a\"b", payload);
+  const Number big = Number::fromUInt64(std::numeric_limits<uint64_t>::max());
+  auto sink = NewFileDovetelEventSink();
+  sink->sendEvent("sp__a\"b", Dictionary{{"Z", tricky}, {"A", text}, {"Bad", "\xFF\xC3(\xE2\x82"},
+                                         {"Neg", Number::fromInt64(-5)}, {"Big", big},
+                                         {"F32", Number::fromFloat(0.1f)}, {"Whole", Number::fromFloat(3.0f)},
+                                         {"F64", Number::fromDouble(1.5)}, {"NaN", Number::fromFloat(NAN)},
+                                         {"On", Number::fromBool(true)}});
   sink->sendEvent("second", Dictionary{{"k", "v"}});
-
-  const std::string raw = ReadFile(eventsDir + "/events.ndjson");
+  const std::string raw = ReadFile(path);
   EXPECT_NE(raw.find(R"("Z": "q\"b\\c\u0001n\nt\t")"), std::string::npos) << raw;
-  EXPECT_NE(raw.find(R"("F32": 0.1, "Whole": 3.0, "F64": 1.5, "NaN": null, "On": true)"),
-            std::string::npos) << raw;
+  EXPECT_NE(raw.find(R"("F32": 0.1, "Whole": 3.0, "F64": 1.5, "NaN": null, "On": true)"), std::string::npos)
+      << raw;
 
-  DovetelEventFile file = ReadDovetelEvents(eventsDir + "/events.ndjson");
+  DovetelEventFile file = ReadDovetelEvents(path);
   ASSERT_FALSE(file.error);
   EXPECT_EQ(file.skippedLines, 0u);
   ASSERT_EQ(file.events.size(), 2u);
   EXPECT_EQ(file.events[0].name, "sp__a\"b");
   EXPECT_EQ(file.events[1].name, "second");
-  // Read back in order; invalid UTF-8 became U+FFFD, the null was left out.
+  // Invalid UTF-8 reads back as U+FFFD; the null is left out.
   EXPECT_EQ(file.events[0].payload,
-            (Dictionary{{"Z", tricky}, {"A", text},
-                        {"Bad", "\xEF\xBF\xBD\xEF\xBF\xBD(\xEF\xBF\xBD"},
-                        {"Neg", Number::fromInt64(-5)},
-                        {"Big", Number::fromUInt64(std::numeric_limits<uint64_t>::max())},
-                        {"F32", Number::fromDouble(0.1)}, {"Whole", Number::fromDouble(3.0)},
-                        {"F64", Number::fromDouble(1.5)}, {"On", Number::fromBool(true)}}));
+            (Dictionary{{"Z", tricky}, {"A", text}, {"Bad", "\xEF\xBF\xBD\xEF\xBF\xBD(\xEF\xBF\xBD"},
+                        {"Neg", Number::fromInt64(-5)}, {"Big", big}, {"F32", Number::fromDouble(0.1)},
+                        {"Whole", Number::fromDouble(3.0)}, {"F64", Number::fromDouble(1.5)},
+                        {"On", Number::fromBool(true)}}));
 
-  // Lines that are not one whole event object are skipped and counted: two
-  // events glued together, an object with trailing bytes, a non-object and
-  // a torn last line (a crash mid-write).
-  WriteFile(eventsDir + "/events.ndjson",
-            raw + "{\"name\": \"a\", \"payload\": {}}{\"name\": \"b\", \"payload\": {}}\n" +
-                "{\"name\": \"c\", \"payload\": {}} x\n[\"d\"]\n{\"name\": \"torn\", \"payl");
-  file = ReadDovetelEvents(eventsDir + "/events.ndjson");
+  // Skipped and counted: two glued events, trailing bytes, a non-object and a torn last line.
+  WriteFile(path, raw + "{\"name\": \"a\", \"payload\": {}}{\"name\": \"b\", \"payload\": {}}\n" +
+                      "{\"name\": \"c\", \"payload\": {}} x\n[\"d\"]\n{\"name\": \"torn\", \"payl");
+  file = ReadDovetelEvents(path);
   EXPECT_EQ(file.events.size(), 2u);
   EXPECT_EQ(file.skippedLines, 4u);
-}
-
-TEST(DovetelEventSinkTest, FailedSendIsLoggedAndLaterSendsTryAgain) {
-  TempDir dir;
-  WriteFile(dir.file("plain"), "");
-  auto sink = NewFileDovetelEventSink();
-  ScopedLogCapture capture;
-  {
-    ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.file("plain/sub").c_str());
-    sink->sendEvent("lost", Dictionary{});
-  }
-  auto records = capture.log().records();
-  ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].level, LogLevel::Error);
-  EXPECT_NE(records[0].message.find(dir.file("plain")), std::string::npos);
-  EXPECT_NE(records[0].message.find("Not a directory"), std::string::npos) << records[0].message;
-
-  ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.file("good").c_str());
-  sink->sendEvent("kept", Dictionary{});
-  DovetelEventFile file = ReadDovetelEvents(dir.file("good/events.ndjson"));
-  ASSERT_EQ(file.events.size(), 1u);
-  EXPECT_EQ(file.events[0].name, "kept");
   EXPECT_TRUE(ReadDovetelEvents(dir.file("none.ndjson")).error);
 }
 
@@ -105,11 +71,12 @@ TEST(DovetelEventSinkTest, FirstAppendCutsAPartialLastLine) {
   const std::string whole = "{\"name\": \"old\", \"payload\": {}, \"sent\": 1}\n";
   const std::string longTorn = "{\"name\": \"torn\", \"payload\": {\"k\": \"" +
                                std::string(5000, 'x');  // crosses the 4 KiB read blocks
+  // `before` absent: no file yet; `removed` 0: nothing cut, nothing logged.
   struct Case {
     const char* what;
-    std::optional<std::string> before;  // absent: no file yet
+    std::optional<std::string> before;
     std::string kept;
-    long long removed;  // 0: nothing cut, nothing logged
+    long long removed;
   } cases[] = {
       {"no file", std::nullopt, "", 0},
       {"empty file", "", "", 0},
@@ -132,52 +99,61 @@ TEST(DovetelEventSinkTest, FirstAppendCutsAPartialLastLine) {
     const std::string after = ReadFile(path);
     ASSERT_EQ(after.compare(0, c.kept.size(), c.kept), 0) << after;
     const std::string added = after.substr(c.kept.size());
-    EXPECT_EQ(added.rfind("{\"name\": \"next\", \"payload\": {\"k\": \"v\"}, \"sent\": ", 0), 0u)
-        << added;
+    EXPECT_EQ(added.rfind("{\"name\": \"next\", \"payload\": {\"k\": \"v\"}, \"sent\": ", 0), 0u) << added;
     EXPECT_EQ(added.find('\n'), added.size() - 1) << added;
     std::vector<std::string> expectedLog;
     if (c.removed > 0) {
-      expectedLog.push_back("Removed a partial last line of " + std::to_string(c.removed) +
-                            " bytes from " + path);
+      expectedLog.push_back("Removed a partial last line of " + std::to_string(c.removed) + " bytes from " +
+                            path);
     }
     EXPECT_EQ(capture.log().messages(), expectedLog);
   }
 }
 
+// A link or a FIFO at the event file's path, or a file in place of its directory, is refused at once
+// with an error naming it; nothing reaches the planted file, and a later send to a sound path succeeds.
 TEST(DovetelEventSinkTest, RefusesALinkOrAFifoInPlaceOfTheEventFile) {
   TempDir dir;
-  const std::string path = dir.file("events.ndjson");
-  ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.path().c_str());
+  const std::string path = dir.file("events.ndjson"), elsewhere = dir.file("elsewhere");
+  WriteFile(elsewhere, "");
   auto sink = NewFileDovetelEventSink();
   struct Case {
     const char* what;
+    std::string dovetelDir;
     std::function<void()> plant;
     std::string error;
   } cases[] = {
-      {"symbolic link",
-       [&] { ASSERT_EQ(::symlink(dir.file("elsewhere").c_str(), path.c_str()), 0); },
+      {"symbolic link", dir.path(), [&] { ASSERT_EQ(::symlink(elsewhere.c_str(), path.c_str()), 0); },
        "cannot open " + path + ": it is a symbolic link"},
-      {"FIFO", [&] { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); },
+      {"FIFO", dir.path(), [&] { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); },
        "cannot append to " + path + ": not a regular file"},
+      {"file as directory", elsewhere + "/sub", [] {},
+       "cannot use " + elsewhere + " as a directory: Not a directory"},
   };
-  WriteFile(dir.file("elsewhere"), "");
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     ::unlink(path.c_str());
     c.plant();
-    // A reader on the FIFO, so that a sink that does open it for writing
-    // neither blocks nor fails there; whatever it wrote stays readable.
+    // A reader on the FIFO, so that a sink that does open it for writing neither blocks nor fails there.
     UniqueFd reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW));
+    ScopedEnv env("LUMVANE_DOVETEL_DIR", c.dovetelDir.c_str());
     ScopedLogCapture capture;
     sink->sendEvent("refused", Dictionary{});
     EXPECT_EQ(capture.log().messages(),
               std::vector<std::string>{"Could not send telemetry event refused: " + c.error});
-    EXPECT_EQ(ReadFile(dir.file("elsewhere")), "");
+    for (const auto& record : capture.log().records()) EXPECT_EQ(record.level, LogLevel::Error);
+    EXPECT_EQ(ReadFile(elsewhere), "");
     char byte;
     if (reader) {
       EXPECT_LT(::read(reader.get(), &byte, 1), 1);
     }
   }
+  ::unlink(path.c_str());
+  ScopedEnv env("LUMVANE_DOVETEL_DIR", dir.path().c_str());
+  sink->sendEvent("kept", Dictionary{});
+  DovetelEventFile file = ReadDovetelEvents(path);
+  ASSERT_EQ(file.events.size(), 1u);
+  EXPECT_EQ(file.events[0].name, "kept");
 }
 
 TEST(DovetelEventSinkTest, FullDiskLogsTheSystemsReasonAndLeavesWholeLines) {
@@ -191,15 +167,13 @@ TEST(DovetelEventSinkTest, FullDiskLogsTheSystemsReasonAndLeavesWholeLines) {
     auto sink = NewFileDovetelEventSink();
     int sent = 0;
     while (sent < 100 && capture.log().records().empty()) {
-      sink->sendEvent("e" + std::to_string(sent), Dictionary{{"k", std::string(150, 'v')}});
-      ++sent;
+      sink->sendEvent("e" + std::to_string(sent++), Dictionary{{"k", std::string(150, 'v')}});
     }
     std::vector<std::string> log = capture.log().messages();
     DovetelEventFile file = ReadDovetelEvents(path);
     const std::string raw = ReadFile(path);
-    const bool whole = raw.empty() || raw.back() == '\n';
     return std::to_string(sent - 1) + " " + std::to_string(file.events.size()) + " " +
-           std::to_string(file.skippedLines) + (whole ? " whole\n" : " torn\n") +
+           std::to_string(file.skippedLines) + (raw.empty() || raw.back() == '\n' ? " whole\n" : " torn\n") +
            (log.empty() ? "" : log[0]);
   }, &whyNot);
   if (!answer) GTEST_SKIP() << "no private mount namespace: " << whyNot;

@@ -12,13 +12,13 @@
 namespace lumvane {
 namespace {
 
+// Four producers submit at once; destroying the queue afterwards still runs what was already submitted.
 TEST(WorkQueueTest, RunsItemsOneAtATimeInSubmissionOrderOnItsOwnThread) {
   auto queue = NewSerialWorkQueue("lumvane Dovetel reporting queue");
   EXPECT_EQ(queue->label(), "lumvane Dovetel reporting queue");
   std::vector<int> order;  // touched only by queue items: serial by contract
   std::atomic<int> running{0};
-  std::atomic<bool> overlapped{false};
-  std::atomic<bool> onQueue{true};
+  std::atomic<bool> overlapped{false}, onQueue{true};
   std::vector<std::thread> producers;
   for (int p = 0; p < 4; ++p) {
     producers.emplace_back([&, p] {
@@ -39,60 +39,21 @@ TEST(WorkQueueTest, RunsItemsOneAtATimeInSubmissionOrderOnItsOwnThread) {
   EXPECT_FALSE(overlapped);
   EXPECT_TRUE(onQueue);
   EXPECT_FALSE(queue->isCurrent());
-  // Per producer, submission order is kept.
-  std::vector<int> last(4, -1);
+  std::vector<int> last(4, -1);  // per producer, submission order is kept
   for (int v : order) {
     EXPECT_GT(v % 1000, last[v / 1000]);
     last[v / 1000] = v % 1000;
   }
-}
 
-TEST(WorkQueueTest, DestructionRunsWhatWasAlreadySubmitted) {
   std::atomic<int> ran{0};
-  {
-    auto queue = NewSerialWorkQueue("q");
-    for (int i = 0; i < 50; ++i) queue->async([&] { ran.fetch_add(1); });
-  }
+  for (int i = 0; i < 50; ++i) queue->async([&] { ran.fetch_add(1); });
+  queue.reset();
   EXPECT_EQ(ran.load(), 50);
 }
 
-TEST(CountingSemaphoreTest, SignalsAreCountedAndTimedWaitTimesOut) {
-  CountingSemaphore sem;
-  EXPECT_FALSE(sem.waitFor(std::chrono::milliseconds(1)));
-  sem.signal();
-  sem.signal();
-  EXPECT_TRUE(sem.waitFor(std::chrono::milliseconds(1)));
-  EXPECT_TRUE(sem.waitFor(std::chrono::milliseconds(1)));
-  EXPECT_FALSE(sem.waitFor(std::chrono::milliseconds(1)));
-  std::thread t([&] { sem.signal(); });
-  sem.wait();
-  t.join();
-}
-
-// The waiter owns the semaphore and ends its life the moment the count is
-// taken, while the signalling thread may still be on its way out of
-// signal(). A semaphore that notified after unlocking would be touched after
-// its destruction here; ThreadSanitizer and AddressSanitizer builds report it.
-TEST(CountingSemaphoreTest, WaiterMayDestroyItAsSoonAsTheCountIsTaken) {
-  for (int i = 0; i < 300; ++i) {
-    auto sem = std::make_unique<CountingSemaphore>();
-    std::thread signaller([raw = sem.get()] { raw->signal(); });
-    ASSERT_TRUE(sem->waitFor(std::chrono::seconds(10)));
-    sem.reset();
-    signaller.join();
-  }
-}
-
-}  // namespace
-}  // namespace lumvane
-
-namespace lumvane {
-namespace {
-
 TEST(WorkQueueTest, LastReferenceDroppedInsideItsOwnItemFinishesTheRemainingItems) {
   std::atomic<int> ran{0};
-  CountingSemaphore submitted;
-  CountingSemaphore finished;
+  CountingSemaphore submitted, finished;
   {
     auto queue = NewSerialWorkQueue("self-release");
     WorkQueue* raw = queue.get();
@@ -109,6 +70,28 @@ TEST(WorkQueueTest, LastReferenceDroppedInsideItsOwnItemFinishesTheRemainingItem
   }
   ASSERT_TRUE(finished.waitFor(std::chrono::seconds(10)));
   EXPECT_EQ(ran.load(), 2);
+}
+
+// Signals are counted and a timed wait times out. A waiter that owns the semaphore ends its life the moment
+// the count is taken, while the signaller may still be on its way out of signal(): one that notified after
+// unlocking would be touched after its destruction, which ThreadSanitizer and AddressSanitizer report.
+TEST(CountingSemaphoreTest, WaiterMayDestroyItAsSoonAsTheCountIsTaken) {
+  CountingSemaphore counted;
+  EXPECT_FALSE(counted.waitFor(std::chrono::milliseconds(1)));
+  counted.signal();
+  counted.signal();
+  for (bool taken : {true, true, false}) EXPECT_EQ(counted.waitFor(std::chrono::milliseconds(1)), taken);
+  for (int i = 0; i < 600; ++i) {  // half of them through wait(), half through waitFor()
+    auto sem = std::make_unique<CountingSemaphore>();
+    std::thread signaller([raw = sem.get()] { raw->signal(); });
+    if (i % 2) {
+      sem->wait();
+    } else {
+      ASSERT_TRUE(sem->waitFor(std::chrono::seconds(10)));
+    }
+    sem.reset();
+    signaller.join();
+  }
 }
 
 }  // namespace
