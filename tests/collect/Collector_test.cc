@@ -32,8 +32,13 @@ class CollectorTest : public ::testing::Test {
     if (NatsTestServer::Binary().empty()) GTEST_SKIP() << "nats-server is not installed";
     ASSERT_FALSE(NatsTestServer::Start({}, &server_));
     settings_.servers = {server_->url()};
-    settings_.stream.create = true;
     settings_.backoff = {std::chrono::milliseconds(20), std::chrono::milliseconds(200), 0.2};
+    // The stream must exist unless it is to be created; creating an existing one (publish, the collector) is fine.
+    std::unique_ptr<fleet::FleetConnection> none;
+    std::optional<Error> error = fleet::FleetConnection::Open(settings_, backoff_, nullptr, &none);
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->description().find("--create-stream"), std::string::npos) << error->description();
+    settings_.stream.create = true;
     ASSERT_FALSE(EventStore::Open(dir_.file("fleet.db"), false, &store_));
   }
 
@@ -41,8 +46,7 @@ class CollectorTest : public ::testing::Test {
   // sent now (so that the collector's pruning keeps them).
   void publish(int first, int count) {
     std::unique_ptr<fleet::FleetConnection> connection;
-    ASSERT_FALSE(fleet::FleetConnection::Open(settings_, std::make_shared<fleet::Backoff>(settings_.backoff),
-                                              nullptr, &connection));
+    ASSERT_FALSE(fleet::FleetConnection::Open(settings_, backoff_, nullptr, &connection));
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     const int64_t sent = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
     for (int i = first; i < first + count; ++i) {
@@ -71,6 +75,7 @@ class CollectorTest : public ::testing::Test {
   lumvane::testing::TempDir dir_;
   std::unique_ptr<NatsTestServer> server_;
   fleet::ConnectionSettings settings_;
+  std::shared_ptr<fleet::Backoff> backoff_ = std::make_shared<fleet::Backoff>(fleet::BackoffPolicy{});
   std::unique_ptr<EventStore> store_;
 };
 

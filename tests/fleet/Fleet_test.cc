@@ -1,20 +1,14 @@
-// The fleet connection library: subject tokens, reconnect waits, and the stream on a real nats-server. Settings
-// are covered through the programs' parsers, connections and credentials by the uploader's end-to-end tests.
+// The fleet connection library's pure parts: subject tokens and reconnect waits. Settings are tested through the
+// programs' parsers, connections, credentials and the stream by the uploader's and collector's end-to-end tests.
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <set>
 
 #include "fleet/Backoff.h"
-#include "fleet/ConnectionSettings.h"
-#include "fleet/FleetConnection.h"
 #include "fleet/SubjectToken.h"
-#include "tests/support/NatsTestServer.h"
 
 namespace lumvane::fleet {
 namespace {
-
-using lumvane::testing::NatsTestServer;
 
 TEST(SubjectTokenTest, EscapesEveryByteOutsideTheSafeSet) {
   const struct {
@@ -46,26 +40,6 @@ TEST(BackoffTest, DoublesFromInitialToMaximumWithinJitter) {
     seen.insert(ms);
   }
   EXPECT_GT(seen.size(), 50u) << "the jitter does not spread the waits";
-}
-
-TEST(FleetConnectionTest, StreamMustExistUnlessCreatedAndCreatingTwiceIsAccepted) {
-  if (NatsTestServer::Binary().empty()) GTEST_SKIP() << "nats-server is not installed";
-  std::unique_ptr<NatsTestServer> server;
-  std::optional<Error> error = NatsTestServer::Start({}, &server);
-  ASSERT_FALSE(error) << error->description();
-  ConnectionSettings settings;
-  settings.servers = {server->url()};
-  auto backoff = std::make_shared<Backoff>(settings.backoff);
-  std::unique_ptr<FleetConnection> connection;
-  error = FleetConnection::Open(settings, backoff, nullptr, &connection);
-  ASSERT_TRUE(error);
-  EXPECT_NE(error->description().find("--create-stream"), std::string::npos) << error->description();
-  settings.stream.create = true;
-  for (int i = 0; i < 2; ++i) {
-    error = FleetConnection::Open(settings, backoff, nullptr, &connection);
-    ASSERT_FALSE(error) << error->description();
-    EXPECT_EQ(connection->state(), ConnectionState::Connected);
-  }
 }
 
 }  // namespace
