@@ -33,10 +33,9 @@ constexpr const char* kKey = "0123456789abcdef0123456789abcdef";
 const char* const kNames[][2] = {{"com.orvel.performance.signpost", "com%2Eorvel%2Eperformance%2Esignpost"},
                                  {"sp__com.example.net__fetch__Request", "sp__com%2Eexample%2Enet__fetch__Request"}};
 
-int Occurrences(const std::string& text, const std::string& what) {
-  int n = 0;
-  for (std::size_t p = text.find(what); p != std::string::npos; p = text.find(what, p + 1)) ++n;
-  return n;
+// Whether `what` shows in `text` exactly once.
+bool Once(const std::string& text, const std::string& what) {
+  return text.find(what) != std::string::npos && text.find(what) == text.rfind(what);
 }
 
 class UploadTest : public ::testing::Test {
@@ -64,22 +63,21 @@ class UploadTest : public ::testing::Test {
     }
   }
 
-  void startUploader(std::vector<std::string> extra = {}) {
+  std::unique_ptr<ChildProcess> uploader(const std::vector<std::string>& extra, const std::string& output) {
     std::vector<std::string> argv = {LUMVANE_BINARY_DIR "/lumvane-upload", "--config", dir_.file("none.conf"),
                                      "--spool-dir", spool_, "--machine-key", kKey, "--server", server_->url(),
                                      "--create-stream", "--reconnect-initial-ms", "20", "--reconnect-max-ms",
                                      "200", "--ack-wait-ms", "1000", "--poll-ms", "20", "--idle-rotate-ms", "50"};
     argv.insert(argv.end(), extra.begin(), extra.end());
-    uploader_ = std::make_unique<ChildProcess>(argv, std::vector<std::string>{},
-                                               dir_.file("upload" + std::to_string(++runs_)));
+    return std::make_unique<ChildProcess>(argv, std::vector<std::string>{}, dir_.file(output));
   }
-
+  void startUploader(const std::vector<std::string>& extra = {}) {
+    uploader_ = uploader(extra, "upload" + std::to_string(++runs_));
+  }
   std::string status() {
-    ChildProcess child({LUMVANE_BINARY_DIR "/lumvane-upload", "--config", dir_.file("none.conf"), "--spool-dir",
-                        spool_, "--status"},
-                       {}, dir_.file("status"));
-    EXPECT_EQ(child.wait(10s), 0) << child.err();
-    return child.out();
+    std::unique_ptr<ChildProcess> child = uploader({"--status"}, "status");
+    EXPECT_EQ(child->wait(10s), 0) << child->err();
+    return child->out();
   }
 
   // The stream's messages once it holds `count`, or whatever it holds after `limit`.
@@ -138,7 +136,7 @@ TEST_F(UploadTest, ServerDownAtStartEventsWaitThenAllArriveOnce) {
   ASSERT_FALSE(server_->start());
   append(300, 50);
   expectExactly(waitForStream(350), 0, 350);
-  EXPECT_EQ(Occurrences(uploader_->err(), "cannot connect"), 1) << "a state change is logged once";
+  EXPECT_TRUE(Once(uploader_->err(), "cannot connect")) << "a state change is logged once";
   std::this_thread::sleep_for(300ms);  // idle rotation reclaims the spool
   const std::string after = status();
   EXPECT_NE(after.find("Backlog: 0 lines, 0 bytes"), std::string::npos) << after;
@@ -271,7 +269,7 @@ TEST_F(UploadTest, WrongCredentialsOrCaRetryUntilFixed) {
     WriteFile(secret + ".new", right);
     ASSERT_EQ(std::rename((secret + ".new").c_str(), secret.c_str()), 0);
     expectExactly(waitForStream(20), from, from + 20);
-    EXPECT_EQ(Occurrences(uploader_->err(), "cannot connect"), 1) << uploader_->err();
+    EXPECT_TRUE(Once(uploader_->err(), "cannot connect")) << uploader_->err();
     uploader_->signal(SIGTERM);
     EXPECT_EQ(uploader_->wait(10s), 0);
   }
