@@ -85,8 +85,6 @@ std::optional<Error> NatsTestServer::Prepare(const NatsTestServerOptions& option
   }
   if (!options.user.empty()) {
     config += "authorization {\n  user: \"" + options.user + "\"\n  password: \"" + options.password + "\"\n}\n";
-  } else if (!options.token.empty()) {
-    config += "authorization {\n  token: \"" + options.token + "\"\n}\n";
   }
   if (!config.empty()) std::ofstream(s->configFile_ = s->file("server.conf")) << config;
   *out = std::move(s);

@@ -2,7 +2,7 @@
 // 127.0.0.1, a free port (never 4222, where a system server may listen) and its own storage in a fresh temporary
 // directory. It can be SIGKILLed and restarted on the same port and storage. Optionally it speaks TLS with
 // certificates made by openssl at start (ca.pem, server.pem, client.pem/client.key, and an unrelated wrong-ca.pem)
-// and asks for a user and password or a token.
+// and asks for a user and password.
 // Free of GoogleTest so that benchmarks can use it. Not thread-safe; the server dies with the object, and with the
 // process that started it.
 #pragma once
@@ -21,7 +21,6 @@ struct NatsTestServerOptions {
   bool tls = false;
   bool verifyClients = false;  // mutual TLS: clients must show a certificate of the CA
   std::string user, password;  // both set: user/password authentication
-  std::string token;           // set: token authentication
 };
 
 class NatsTestServer final {
