@@ -18,8 +18,8 @@ std::string Describe(const CollectSettings& s) {
 TEST(CollectSettingsTest, FlagsOverrideTheCollectGroupAndBadInputIsNamed) {
   lumvane::testing::TempDir dir;
   const std::string conf = dir.file("upload.conf"), zero = dir.file("zero.conf"), none = dir.file("none.conf");
-  lumvane::testing::WriteFile(conf, "[Upload]\nServers=nats://up:1\nConsumer=wrong\n[Collect]\n"
-                                    "Servers=nats://a:1;nats://b:2\nDatabase=/var/lib/fleet.db\nConsumer=east\nBatch=64\n");
+  lumvane::testing::WriteFile(conf, "[Upload]\nServers=nats://up:1\nConsumer=wrong\n[Collect]\nServers=nats://a:1;"
+                                    "nats://b:2\nDatabase=/var/lib/fleet.db\nConsumer=east\nBatch=64\n");
   lumvane::testing::WriteFile(zero, "[Collect]\nBatch=0\n");
   const struct {
     std::vector<std::string> args;
@@ -33,7 +33,8 @@ TEST(CollectSettingsTest, FlagsOverrideTheCollectGroupAndBadInputIsNamed) {
       {{"--config", none}, "no database: give --db PATH"},
       {{"--config", zero, "--db", "z.db"}, zero + ": [Collect] Batch must be an integer from 1 to 100000"},
       {{"--config", conf, "--keep-days", "0"}, "--keep-days needs an integer from 1 to 36500, not '0'"},
-      {{"--config", conf, "--consumer", "a.b"}, "--consumer needs a name without spaces, '.', '*' or '>', not 'a.b'"},
+      {{"--config", conf, "--consumer", "a.b"},
+       "--consumer needs a name without spaces, '.', '*' or '>', not 'a.b'"},
       {{"--config", conf, "--since", "2024-05-01"}, "unknown option --since (see --help)"},
       {{"--config", conf, "--batch"}, "--batch needs a value"},
       {{"report", "--db", "f.db"}, "nats://127.0.0.1:4222|f.db|lumvane-collect|1024|90|1||0"},

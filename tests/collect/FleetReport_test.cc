@@ -64,7 +64,8 @@ TEST_F(FleetReportTest, AggregatesPerUtcDayFromTheSinceDayOn) {
 
   const std::string apr30 =
       "{\"day\": \"2024-04-30\", \"machines\": 1, \"events\": {\"com.orvel.performance.signpost_reporting_stats\": "
-      "1}, \"signposts\": [], \"runs\": {\"runs\": 1, \"interrupted\": 1, \"logObjectsProcessed\": 1, \"reported\": 3}}";
+      "1}, \"signposts\": [], \"runs\": {\"runs\": 1, \"interrupted\": 1, \"logObjectsProcessed\": 1, "
+      "\"reported\": 3}}";
   // Nearest ranks: Fetch 5, 9, 10 of 10; Draw 2, 3, 3 of 3.
   const std::string may1 =
       "{\"day\": \"2024-05-01\", \"machines\": 2, \"events\": {\"com.orvel.performance.signpost\": 14, "
@@ -103,10 +104,11 @@ TEST(FleetReportRulesTest, NearestRankAndRealDatesOnly) {
     const std::vector<double>& values;
     int p;
     double expected;
-  } ranks[] = {{one, 99, 4.0}, {hundred, 1, 1}, {hundred, 50, 50}, {hundred, 100, 100}, {six, 90, 6}, {six, 50, 3}};
+  } ranks[] = {{one, 99, 4}, {hundred, 1, 1}, {hundred, 50, 50}, {hundred, 100, 100}, {six, 90, 6}, {six, 50, 3}};
   for (const auto& c : ranks) EXPECT_EQ(NearestRank(c.values, c.p), c.expected) << c.p;
   for (const char* good : {"2024-05-01", "2024-02-29", "2000-02-29", "1999-12-31"}) EXPECT_TRUE(IsIsoDay(good)) << good;
-  for (const char* bad : {"2023-02-29", "1900-02-29", "2024-13-01", "2024-04-31", "2024-5-01", "2024/05/01", "", "20240501xx"}) {
+  for (const char* bad :
+       {"2023-02-29", "1900-02-29", "2024-13-01", "2024-04-31", "2024-5-01", "2024/05/01", "", "20240501xx"}) {
     EXPECT_FALSE(IsIsoDay(bad)) << bad;
   }
 }

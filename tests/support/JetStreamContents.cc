@@ -29,9 +29,8 @@ std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings
     if (s != NATS_OK) return Error("cannot read message " + std::to_string(seq) + ": " + fleet::NatsErrorText(s));
     const char* id = nullptr;
     natsMsgHeader_Get(msg.get(), "Nats-Msg-Id", &id);
-    out->push_back({natsMsg_GetSubject(msg.get()),
-                    std::string(natsMsg_GetData(msg.get()), static_cast<std::size_t>(natsMsg_GetDataLength(msg.get()))),
-                    id ? id : ""});
+    const auto length = static_cast<std::size_t>(natsMsg_GetDataLength(msg.get()));
+    out->push_back({natsMsg_GetSubject(msg.get()), std::string(natsMsg_GetData(msg.get()), length), id ? id : ""});
   }
   return std::nullopt;
 }
