@@ -1,5 +1,4 @@
-// The collector's database: decoding of stream messages, the store's
-// duplicate handling, pruning and sharing, and the fleet report.
+// The collector's database: decoding of stream messages, the store's duplicate handling, pruning and sharing.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -15,27 +14,21 @@ namespace {
 
 using lumvane::testing::TempDir;
 
-FleetEvent Event(const std::string& id, int64_t sent, const std::string& name = "e") {
-  return FleetEvent{id, "m1", name, sent, UtcDay(sent), "{\"Name\": \"" + id + "\"}"};
+FleetEvent Event(const std::string& id, int64_t sent) {
+  return FleetEvent{id, "m1", "e", sent, UtcDay(sent), "{\"Name\": \"" + id + "\"}"};
 }
 
-int64_t QueryInt(EventStore& store, const std::string& sql) {
+// The first column of the first row of `sql`, as text.
+std::string Query(EventStore& store, const std::string& sql) {
   std::unique_ptr<SqliteStatement> stmt;
-  EXPECT_FALSE(store.database().prepare(sql, &stmt));
-  std::optional<Error> error;
-  EXPECT_TRUE(stmt->step(&error)) << sql;
-  return stmt->int64(0);
-}
-
-std::string QueryText(EventStore& store, const std::string& sql) {
-  std::unique_ptr<SqliteStatement> stmt;
-  EXPECT_FALSE(store.database().prepare(sql, &stmt));
-  std::optional<Error> error;
-  EXPECT_TRUE(stmt->step(&error)) << sql;
-  return stmt->text(0);
+  std::optional<Error> error = store.database().prepare(sql, &stmt);
+  EXPECT_FALSE(error) << sql;
+  return !error && stmt->step(&error) ? stmt->text(0) : "";
 }
 
 TEST(FleetEventDecoderTest, AcceptsEventLinesAndNamesWhatIsWrongWithOthers) {
+  const std::string ok = R"({"name": "x", "payload": {}, "sent": 1})";
+  const std::string shape = "subject is not lumvane.<machine>.<event>";
   const struct {
     std::string subject, id, data;
     std::string error;  // "" for an event
@@ -44,12 +37,11 @@ TEST(FleetEventDecoderTest, AcceptsEventLinesAndNamesWhatIsWrongWithOthers) {
        R"({"name": "com.orvel.performance.signpost", "payload": {"Name": "A\"b", "DurationInSeconds": 0.5}, "sent": 1714521600000000})",
        ""},
       {"lumvane.k1.x", "k1:0:1", R"({"sent": 1, "payload": {}, "name": "x", "extra": [1, {"a": 2}]})", ""},
-      {"other.k1.x", "id", R"({"name": "x", "payload": {}, "sent": 1})", "subject outside lumvane.>"},
-      {"lumvane.k1", "id", R"({"name": "x", "payload": {}, "sent": 1})", "subject is not lumvane.<machine>.<event>"},
-      {"lumvane..x", "id", R"({"name": "x", "payload": {}, "sent": 1})", "subject is not lumvane.<machine>.<event>"},
-      {"lumvane.k1.x.y", "id", R"({"name": "x", "payload": {}, "sent": 1})",
-       "subject is not lumvane.<machine>.<event>"},
-      {"lumvane.k1.x", "", R"({"name": "x", "payload": {}, "sent": 1})", "message has no ID"},
+      {"other.k1.x", "id", ok, "subject outside lumvane.>"},
+      {"lumvane.k1", "id", ok, shape},
+      {"lumvane..x", "id", ok, shape},
+      {"lumvane.k1.x.y", "id", ok, shape},
+      {"lumvane.k1.x", "", ok, "message has no ID"},
       {"lumvane.k1.x", "id", R"({"name": "x", "payload": {}, "sent": 1)", "not a JSON object"},
       {"lumvane.k1.x", "id", R"({"name": "x", "payload": [], "sent": 1})", "\"payload\" is not an object"},
       {"lumvane.k1.x", "id", R"({"name": "x", "payload": {}, "sent": 1.5})", "\"sent\" is not an integer"},
@@ -59,22 +51,19 @@ TEST(FleetEventDecoderTest, AcceptsEventLinesAndNamesWhatIsWrongWithOthers) {
   FleetEventDecoder decoder;
   for (const auto& c : cases) {
     FleetEvent event;
-    std::optional<std::string> error = decoder.decode(c.subject, c.id, c.data, &event);
-    EXPECT_EQ(error.value_or(""), c.error) << c.data;
+    EXPECT_EQ(decoder.decode(c.subject, c.id, c.data, &event).value_or(""), c.error) << c.data;
   }
-  FleetEvent event;
-  ASSERT_FALSE(decoder.decode(cases[0].subject, cases[0].id, cases[0].data, &event));
-  EXPECT_EQ(event.machine, "k1");
-  EXPECT_EQ(event.name, "com.orvel.performance.signpost");
-  EXPECT_EQ(event.sentMicroseconds, 1714521600000000);
-  EXPECT_EQ(event.day, "2024-05-01");
-  EXPECT_EQ(event.payload, R"({"Name": "A\"b", "DurationInSeconds": 0.5})");
+  FleetEvent e;
+  ASSERT_FALSE(decoder.decode(cases[0].subject, cases[0].id, cases[0].data, &e));
+  EXPECT_EQ(e.machine + "|" + e.name + "|" + std::to_string(e.sentMicroseconds) + "|" + e.day,
+            "k1|com.orvel.performance.signpost|1714521600000000|2024-05-01");
+  EXPECT_EQ(e.payload, R"({"Name": "A\"b", "DurationInSeconds": 0.5})");
 }
 
 TEST(FleetEventDecoderTest, DayIsTheUtcDayOfTheSendTime) {
   const std::pair<int64_t, const char*> cases[] = {
-      {1714521600000000, "2024-05-01"},  {1714521599999999, "2024-04-30"}, {1714607999999999, "2024-05-01"},
-      {0, "1970-01-01"},                 {-1, "1969-12-31"},                 {951782400000000, "2000-02-29"},
+      {1714521600000000, "2024-05-01"}, {1714521599999999, "2024-04-30"}, {1714607999999999, "2024-05-01"},
+      {0, "1970-01-01"},                {-1, "1969-12-31"},                {951782400000000, "2000-02-29"},
   };
   for (auto [us, day] : cases) EXPECT_EQ(UtcDay(us), day) << us;
 }
@@ -83,9 +72,8 @@ TEST(EventStoreTest, IgnoresDuplicatesKeepsRejectedAndPrunesByDay) {
   TempDir dir;
   std::unique_ptr<EventStore> store;
   ASSERT_FALSE(EventStore::Open(dir.file("fleet.db"), false, &store));
-  EXPECT_EQ(QueryText(*store, "PRAGMA journal_mode"), "wal");
-  EXPECT_EQ(QueryInt(*store, "PRAGMA synchronous"), 2);  // FULL
-
+  EXPECT_EQ(Query(*store, "PRAGMA journal_mode"), "wal");
+  EXPECT_EQ(Query(*store, "PRAGMA synchronous"), "2");  // FULL
   int64_t inserted = -1;
   ASSERT_FALSE(store->insertBatch({Event("a", 100), Event("b", 200), Event("a", 100)}, {}, 0, &inserted));
   EXPECT_EQ(inserted, 2);
@@ -93,12 +81,11 @@ TEST(EventStoreTest, IgnoresDuplicatesKeepsRejectedAndPrunesByDay) {
   ASSERT_FALSE(store->insertBatch({Event("b", 200), Event("c", 300)},
                                   {RejectedMessage{"r1", "lumvane.k.x", "not json", "not JSON"}}, 7, &inserted));
   EXPECT_EQ(inserted, 1);
-  EXPECT_EQ(QueryInt(*store, "SELECT count(*) FROM events"), 3);
-  EXPECT_EQ(QueryText(*store, "SELECT json_extract(payload, '$.Name') FROM events WHERE event_id = 'c'"), "c");
-  EXPECT_EQ(QueryText(*store, "SELECT reason || '@' || received_us FROM rejected"), "not JSON@7");
-
-  // Pruning goes by whole UTC days: the last µs of the day before goes,
-  // the first of the day stays.
+  EXPECT_EQ(Query(*store, "SELECT group_concat(n, ',') FROM "
+                          "(SELECT json_extract(payload, '$.Name') AS n FROM events ORDER BY 1)"),
+            "a,b,c");
+  EXPECT_EQ(Query(*store, "SELECT reason || '@' || received_us FROM rejected"), "not JSON@7");
+  // Pruning goes by whole UTC days: the last µs of the day before goes, the first of the day stays.
   constexpr int64_t kMay1 = 1714521600000000;
   ASSERT_FALSE(store->insertBatch({Event("d", kMay1 - 1), Event("e", kMay1)}, {}, 0, nullptr));
   int64_t deleted = -1;
@@ -106,8 +93,7 @@ TEST(EventStoreTest, IgnoresDuplicatesKeepsRejectedAndPrunesByDay) {
   EXPECT_EQ(deleted, 3);  // a, b and c, sent in 1970
   ASSERT_FALSE(store->deleteDaysBefore("2024-05-01", &deleted));
   EXPECT_EQ(deleted, 1);
-  EXPECT_EQ(QueryText(*store, "SELECT group_concat(event_id, ',') FROM (SELECT event_id FROM events ORDER BY 1)"),
-            "e");
+  EXPECT_EQ(Query(*store, "SELECT group_concat(event_id, ',') FROM events"), "e");
 
   std::unique_ptr<EventStore> missing;
   std::optional<Error> error = EventStore::Open(dir.file("none.db"), true, &missing);
@@ -117,26 +103,23 @@ TEST(EventStoreTest, IgnoresDuplicatesKeepsRejectedAndPrunesByDay) {
 
 TEST(EventStoreTest, TwoWritersOnOneFileLoseNothing) {
   TempDir dir;
-  const std::string path = dir.file("shared.db");
-  std::unique_ptr<EventStore> first, second;
-  ASSERT_FALSE(EventStore::Open(path, false, &first));
-  ASSERT_FALSE(EventStore::Open(path, false, &second));
+  std::unique_ptr<EventStore> stores[2];
+  for (auto& store : stores) ASSERT_FALSE(EventStore::Open(dir.file("shared.db"), false, &store));
   constexpr int kBatches = 40, kPerBatch = 25;
-  auto write = [&](EventStore* store, const std::string& prefix, bool* ok) {
-    *ok = true;
+  bool failed[2] = {false, false};
+  auto write = [&](int w) {
     for (int b = 0; b < kBatches; ++b) {
       std::vector<FleetEvent> batch;
-      for (int i = 0; i < kPerBatch; ++i) batch.push_back(Event(prefix + std::to_string(b * kPerBatch + i), i));
-      if (store->insertBatch(batch, {}, 0, nullptr)) *ok = false;
+      for (int i = 0; i < kPerBatch; ++i) batch.push_back(Event(std::to_string(w) + ":" + std::to_string(b) + ":" +
+                                                                std::to_string(i), i));
+      if (stores[w]->insertBatch(batch, {}, 0, nullptr)) failed[w] = true;
     }
   };
-  bool ok1 = false, ok2 = false;
-  std::thread t1(write, first.get(), "x", &ok1), t2(write, second.get(), "y", &ok2);
-  t1.join();
-  t2.join();
-  EXPECT_TRUE(ok1);
-  EXPECT_TRUE(ok2);
-  EXPECT_EQ(QueryInt(*first, "SELECT count(*) FROM events"), 2 * kBatches * kPerBatch);
+  std::thread other(write, 1);
+  write(0);
+  other.join();
+  EXPECT_FALSE(failed[0] || failed[1]);
+  EXPECT_EQ(Query(*stores[0], "SELECT count(*) FROM events"), std::to_string(2 * kBatches * kPerBatch));
 }
 
 }  // namespace

@@ -7,13 +7,12 @@
 
 namespace lumvane::testing {
 
-std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings,
-                                       std::vector<StoredMessage>* out, uint64_t minimum) {
-  auto backoff = std::make_shared<fleet::Backoff>(fleet::BackoffPolicy{});
+std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings, std::vector<StoredMessage>* out,
+                                       uint64_t minimum) {
   std::unique_ptr<fleet::FleetConnection> connection;
-  // Tests poll with this: keep their output free of connection notes.
-  const bool logging = fleet::SetFleetLogEnabled(false);
-  std::optional<Error> error = fleet::FleetConnection::Open(settings, backoff, nullptr, &connection);
+  const bool logging = fleet::SetFleetLogEnabled(false);  // tests poll with this: keep their output quiet
+  std::optional<Error> error = fleet::FleetConnection::Open(
+      settings, std::make_shared<fleet::Backoff>(fleet::BackoffPolicy{}), nullptr, &connection);
   fleet::SetFleetLogEnabled(logging);
   if (error) return error;
   jsStreamInfo* rawInfo = nullptr;
@@ -24,18 +23,14 @@ std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings
   if (info->State.Msgs == 0 || info->State.Msgs < minimum) return std::nullopt;
   for (uint64_t seq = info->State.FirstSeq; seq <= info->State.LastSeq; ++seq) {
     natsMsg* raw = nullptr;
-    jsErrCode code = static_cast<jsErrCode>(0);
-    s = js_GetMsg(&raw, connection->jetStream(), fleet::kStreamName, seq, nullptr, &code);
+    s = js_GetMsg(&raw, connection->jetStream(), fleet::kStreamName, seq, nullptr, nullptr);
     fleet::NatsMsgPtr msg(raw);
     if (s == NATS_NOT_FOUND) continue;  // deleted
     if (s != NATS_OK) return Error("cannot read message " + std::to_string(seq) + ": " + fleet::NatsErrorText(s));
-    StoredMessage stored;
-    stored.sequence = seq;
-    stored.subject = natsMsg_GetSubject(msg.get());
-    stored.data.assign(natsMsg_GetData(msg.get()), static_cast<std::size_t>(natsMsg_GetDataLength(msg.get())));
     const char* id = nullptr;
-    if (natsMsgHeader_Get(msg.get(), "Nats-Msg-Id", &id) == NATS_OK && id) stored.msgId = id;
-    out->push_back(std::move(stored));
+    natsMsgHeader_Get(msg.get(), "Nats-Msg-Id", &id);
+    const auto length = static_cast<std::size_t>(natsMsg_GetDataLength(msg.get()));
+    out->push_back({natsMsg_GetSubject(msg.get()), std::string(natsMsg_GetData(msg.get()), length), id ? id : ""});
   }
   return std::nullopt;
 }

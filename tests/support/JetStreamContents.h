@@ -1,5 +1,5 @@
-// Reads every message of the LUMVANE stream back, in stream order, so a test
-// can check "exactly these events, each once" without a collector.
+// Reads every message of the LUMVANE stream back, in stream order, so a test can check "exactly these events, each
+// once" without a collector.
 #pragma once
 
 #include <cstdint>
@@ -13,16 +13,13 @@
 namespace lumvane::testing {
 
 struct StoredMessage {
-  uint64_t sequence = 0;
-  std::string subject;
-  std::string data;
+  std::string subject, data;
   std::string msgId;  // the Nats-Msg-Id header, "" when absent
 };
 
-// With `minimum`, messages are read only once the stream holds that many;
-// before, `out` is left empty (a cheap way to wait).
+// With `minimum`, messages are read only once the stream holds that many; before, `out` is left empty (a cheap way
+// to wait).
 [[nodiscard]] std::optional<Error> ReadLumvaneStream(const fleet::ConnectionSettings& settings,
-                                                     std::vector<StoredMessage>* out,
-                                                     uint64_t minimum = 0);
+                                                     std::vector<StoredMessage>* out, uint64_t minimum = 0);
 
 }  // namespace lumvane::testing

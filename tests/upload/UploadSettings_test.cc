@@ -1,5 +1,5 @@
-// What lumvane-upload is told: its own keys and flags on top of the shared
-// connection settings, and the machine key it goes by.
+// What lumvane-upload is told: the key file's [Upload] group (shared connection keys and its own), flags on top,
+// and the machine key it goes by.
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -16,34 +16,50 @@ using lumvane::testing::ReadFile;
 using lumvane::testing::TempDir;
 using lumvane::testing::WriteFile;
 
+// servers|CA|reconnect initial-maximum ms|replicas|create|spool|window|unsent cap
+std::string Describe(const UploadSettings& s) {
+  const fleet::ConnectionSettings& c = s.connection;
+  return c.serverList() + "|" + c.caFile + "|" + std::to_string(c.backoff.initial.count()) + "-" +
+         std::to_string(c.backoff.maximum.count()) + "|" + std::to_string(c.stream.replicas) + "|" +
+         std::to_string(c.stream.create) + "|" + s.spoolDirectory + "|" + std::to_string(s.window) + "|" +
+         std::to_string(s.unsentCapBytes);
+}
+
+// Each row: the arguments, and the settings they give or the start of the error they are refused with.
 TEST(UploadSettingsTest, FlagsOverrideTheKeyFileAndBadInputIsNamed) {
   TempDir dir;
-  const std::string conf = dir.file("upload.conf");
-  WriteFile(conf, "[Upload]\nSpoolDirectory=/spool\nWindow=8\nUnsentCapBytes=4096\n[Collect]\nWindow=9\n");
-  UploadSettings s;
-  ASSERT_FALSE(ParseUploadSettings({"--config", conf, "--window", "16", "--server", "tls://h:1"}, &s));
-  EXPECT_EQ(s.spoolDirectory, "/spool");
-  EXPECT_EQ(s.window, 16);
-  EXPECT_EQ(s.unsentCapBytes, 4096);
-  EXPECT_EQ(s.connection.serverList(), "tls://h:1");
-
-  WriteFile(dir.file("zero.conf"), "[Upload]\nWindow=0\n");
+  const std::string conf = dir.file("upload.conf"), bad = dir.file("bad.conf"), zero = dir.file("zero.conf"),
+                    replicas = dir.file("replicas.conf");
+  WriteFile(conf, "[Upload]\nServers=tls://a:1;tls://b:2;\nCAFile=/ca.pem\nReconnectInitialMs=5\nStreamReplicas=3\n"
+                  "SpoolDirectory=/spool\nWindow=8\nUnsentCapBytes=4096\n[Collect]\nWindow=9\nStreamReplicas=many\n");
+  WriteFile(bad, "[Upload\nServers=x\n");
+  WriteFile(zero, "[Upload]\nWindow=0\n");
+  WriteFile(replicas, "[Upload]\nStreamReplicas=many\n");
   const struct {
     std::vector<std::string> args;
-    std::string mentions;
-  } bad[] = {
-      {{"--config", dir.file("zero.conf")}, dir.file("zero.conf")},
-      {{"--config", conf, "--window", "0"}, "--window"},
-      {{"--config", conf, "--ack-wait-ms", "soon"}, "--ack-wait-ms"},
-      {{"--config", conf, "--frobnicate"}, "--frobnicate"},
-      {{"--config", conf, "--server"}, "--server"},
-      {{"--config", conf, "--server", "http://h"}, "http://h"},
+    std::string expected;
+  } cases[] = {
+      {{"--config", conf}, "tls://a:1, tls://b:2|/ca.pem|5-30000|3|0|/spool|8|4096"},
+      {{"--config", conf, "--window", "16", "--server", "nats://d:4", "--server", "nats://e:5", "--create-stream",
+        "--reconnect-max-ms", "900", "--spool-dir", "/s"},
+       "nats://d:4, nats://e:5|/ca.pem|5-900|3|1|/s|16|4096"},
+      {{"--config", dir.file("missing.conf"), "--spool-dir", "/s"},
+       "nats://127.0.0.1:4222||100-30000|1|0|/s|1024|268435456"},
+      {{"--config", bad}, "cannot read settings from " + bad + ": "},
+      {{"--config", zero}, zero + ": [Upload] Window must be at least 1"},
+      {{"--config", replicas}, replicas + ": [Upload] StreamReplicas must be an integer"},
+      {{"--config", conf, "--window", "0"}, "--window needs an integer of at least 1, not '0'"},
+      {{"--config", conf, "--ack-wait-ms", "soon"}, "--ack-wait-ms needs an integer of at least 1, not 'soon'"},
+      {{"--config", conf, "--reconnect-max-ms", "soon"}, "--reconnect-max-ms needs an integer, not 'soon'"},
+      {{"--config", conf, "--frobnicate", "x"}, "unknown option --frobnicate (see --help)"},
+      {{"--config", conf, "--server"}, "--server needs a value"},
+      {{"--config", conf, "--server", "http://h"}, "server URL http://h must start with nats:// or tls://"},
   };
-  for (const auto& c : bad) {
-    UploadSettings t;
-    std::optional<Error> error = ParseUploadSettings(c.args, &t);
-    ASSERT_TRUE(error) << c.mentions;
-    EXPECT_NE(error->description().find(c.mentions), std::string::npos) << error->description();
+  for (const auto& c : cases) {
+    UploadSettings s;
+    std::optional<Error> error = ParseUploadSettings(c.args, &s);
+    const std::string got = error ? error->description() : Describe(s);
+    EXPECT_EQ(got.substr(0, c.expected.size()), c.expected) << got;
   }
 }
 
