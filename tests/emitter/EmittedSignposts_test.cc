@@ -1,6 +1,5 @@
-// From a program's signpost to the telemetry sink: signposts marked with
-// liblumvane-signpost and with lumvane-signpost reach a private journald,
-// and `lumvane run --store` over its journal directory reports them.
+// From a program's signpost to the telemetry sink: signposts marked with the library and with
+// lumvane-signpost reach a private journald, and `lumvane run --store` over its journal reports them.
 #include <gtest/gtest.h>
 #include <lumvane/signpost.hpp>
 
@@ -34,13 +33,13 @@ TEST(EmittedSignposts, AreReportedFromTheJournal) {
   WriteFile(dir.file("dovetel/configurations/com.orvel.performance.lumvane_tasking.json"),
             "{\"TaskedOn\": 1}\n");
 
-  // The library: an interval with the begin's and the end's arguments, a tap
-  // with a whitelisted zone and one with a private string.
+  // The library: an interval with the begin's and the end's arguments, a tap with a whitelisted
+  // zone and one with a private string.
   static const lumvane_signpost launch = {"com.orvel.launch", "App", "ColdLaunch",
                                           LUMVANE_SIGNPOST_SCOPE_PROCESS,
                                           LUMVANE_SIGNPOST_TELEMETRY};
-  static const lumvane_signpost tap = {"com.orvel.touch", "Input", "Tap",
-                                       LUMVANE_SIGNPOST_SCOPE_PROCESS, LUMVANE_SIGNPOST_TELEMETRY};
+  static const lumvane_signpost tap = {"com.orvel.touch", "Input", "Tap", LUMVANE_SIGNPOST_SCOPE_PROCESS,
+                                       LUMVANE_SIGNPOST_TELEMETRY};
   {
     lumvane_signpost_args begin{}, end{};
     begin.strings[0] = {"Phase", "Root"};
@@ -69,8 +68,7 @@ TEST(EmittedSignposts, AreReportedFromTheJournal) {
                    dir.file("run"));
   ASSERT_EQ(run.wait(std::chrono::seconds(60)), 0) << run.err();
 
-  // Every reported object twice, named after the process that marked it
-  // (this test's command name is cut to the kernel's 15 characters).
+  // Every reported object twice, named after the process that marked it (cut to 15 characters).
   using Reported = std::tuple<std::string, std::string, std::string, std::string>;
   std::multiset<Reported> reported;
   for (const auto& event : ReadDovetelEvents(dir.file("dovetel/events.ndjson")).events)
