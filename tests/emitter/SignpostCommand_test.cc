@@ -128,7 +128,7 @@ TEST(SignpostCommand, ScriptsPairInSystemScopeOrOnBehalfOfAProcess) {
       {1, "SIGNPOST_TYPE", "end"},           {1, "SIGNPOST_ID", id},
       {1, "SIGNPOST_NUMBER2_NAME", "Ratio"}, {1, "SIGNPOST_NUMBER2_VALUE", "0.5"},
       {2, "SIGNPOST_TYPE", "event"},         {2, "OBJECT_PID", pid},
-      {2, "OBJECT_COMM", "sleep"},           {2, "OBJECT_EXE", std::filesystem::canonical("/bin/sleep").string()},
+      {2, "OBJECT_COMM", "sleep"},           {2, "OBJECT_EXE", std::filesystem::canonical("/bin/sleep")},
   };
   for (const auto& e : expected) EXPECT_EQ(Field(entries[e.entry], e.field), e.value) << e.field;
 

@@ -1,7 +1,6 @@
 // liblumvane-signpost against a real journald of the test's own: what is sent
 // is read back field by field with sd-journal.
 #include <gtest/gtest.h>
-#include <lumvane/signpost.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -52,18 +51,18 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
   static const lumvane_signpost_attribute kAttributes[] = {
       {"mode", "fast\nslow"}, {"query", "a=b"}, {"empty", nullptr}};
   // Far more items and bytes than an everyday entry: 150 attributes of 100 characters.
-  std::vector<std::string> keys, values;
+  std::vector<std::pair<std::string, std::string>> texts(150);
   std::vector<lumvane_signpost_attribute> many;
-  for (int i = 0; i < 150; ++i) {
-    keys.push_back("k" + std::to_string(i));
-    values.push_back(std::string(100, char('a' + i % 26)));
+  for (auto& [key, value] : texts) {
+    key = "k" + std::to_string(many.size());
+    value = std::string(100, char('a' + many.size() % 26));
+    many.push_back({key.c_str(), value.c_str()});
   }
-  for (int i = 0; i < 150; ++i) many.push_back({keys[i].c_str(), values[i].c_str()});
   const std::uint64_t kMax = std::numeric_limits<std::uint64_t>::max();
   lumvane_signpost_args every{}, doubles{}, behalf{};
   every.strings[0] = {"Host", "example.org"};
   every.strings[1] = {"Path", nullptr};
-  every.numbers[0] = {"Small", LUMVANE_SIGNPOST_NUMBER_INT64, {.i = std::numeric_limits<std::int64_t>::min()}};
+  every.numbers[0] = {"Small", LUMVANE_SIGNPOST_NUMBER_INT64, {.i = INT64_MIN}};
   every.numbers[1] = {"Big", LUMVANE_SIGNPOST_NUMBER_UINT64, {.u = kMax}};
   every.attributes = kAttributes;
   every.attribute_count = 3;
@@ -94,8 +93,7 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
         "SIGNPOST_NUMBER1_NAME=Small", "SIGNPOST_NUMBER1_VALUE=-9223372036854775808",
         "SIGNPOST_NUMBER2_NAME=Big", "SIGNPOST_NUMBER2_VALUE=18446744073709551615",
         "SIGNPOST_ATTRIBUTE=mode=fast\nslow", "SIGNPOST_ATTRIBUTE=query=a=b", "SIGNPOST_ATTRIBUTE=empty="}},
-      // Doubles keep a fraction or exponent, so 3.0 and -0.0 stay floats; an
-      // animation flag is written on begins only.
+      // Doubles keep a fraction or exponent, so 3.0 and -0.0 stay floats; animation is for begins only.
       {"end with doubles",
        LUMVANE_SIGNPOST_END,
        {"org.example.app", "net", nullptr, LUMVANE_SIGNPOST_SCOPE_SYSTEM, LUMVANE_SIGNPOST_ANIMATION},
@@ -114,7 +112,7 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
         "SIGNPOST_NUMBER2_NAME=Nan", "SIGNPOST_NUMBER2_VALUE=nan", "OBJECT_PID=4194304",
         "OBJECT_EXE=/opt/Tool.AppDir/tool", "OBJECT_COMM=tool"}},
   };
-  for (int i = 0; i < 150; ++i) cases.back().expected.insert("SIGNPOST_ATTRIBUTE=" + keys[i] + "=" + values[i]);
+  for (auto& [key, value] : texts) cases.back().expected.insert("SIGNPOST_ATTRIBUTE=" + key + "=" + value);
   std::uint64_t before = BoottimeNsec();
   for (const auto& c : cases)
     ASSERT_EQ(lumvane_signpost_emit(c.type, &c.signpost, c.id, &c.args), 0) << c.label;
@@ -142,8 +140,8 @@ TEST(SignpostEmitter, EveryFieldReadsBackAsSent) {
 // What each failure returns; nothing refused reaches the journal.
 TEST(SignpostEmitter, RefusesBadInputAndReportsAJournalThatCannotTakeTheEntry) {
   START_JOURNAL(journal, PrivateJournal::Options{});
-  static const lumvane_signpost_attribute kTwice[] = {{"k", "1"}, {"k", "2"}}, kWithEq[] = {{"a=b", "1"}},
-                                          kEmptyKey[] = {{"", "1"}};
+  static const lumvane_signpost_attribute kTwice[] = {{"k", "1"}, {"k", "2"}},
+                                          kBad[] = {{"a=b", "1"}, {"", "1"}};
   using Tweak = void (*)(lumvane_signpost&, lumvane_signpost_args&);
   const auto kEvent = LUMVANE_SIGNPOST_EVENT;
   struct {
@@ -163,8 +161,8 @@ TEST(SignpostEmitter, RefusesBadInputAndReportsAJournalThatCannotTakeTheEntry) {
       {"unknown number kind", kEvent, 1,
        [](auto&, auto& a) { a.numbers[1] = {"n", lumvane_signpost_number_kind(4), {.i = 1}}; }},
       {"key given twice", kEvent, 1, [](auto&, auto& a) { a.attributes = kTwice; a.attribute_count = 2; }},
-      {"key with =", kEvent, 1, [](auto&, auto& a) { a.attributes = kWithEq; a.attribute_count = 1; }},
-      {"empty key", kEvent, 1, [](auto&, auto& a) { a.attributes = kEmptyKey; a.attribute_count = 1; }},
+      {"key with =", kEvent, 1, [](auto&, auto& a) { a.attributes = kBad; a.attribute_count = 1; }},
+      {"empty key", kEvent, 1, [](auto&, auto& a) { a.attributes = kBad + 1; a.attribute_count = 1; }},
       {"attributes missing", kEvent, 1, [](auto&, auto& a) { a.attribute_count = 1; }},
       {"thread scope for another process", kEvent, 1,
        [](auto& s, auto& a) { s.scope = LUMVANE_SIGNPOST_SCOPE_THREAD; a.object_pid = 1; }},

@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
 
 namespace lumvane::testing {
@@ -151,9 +151,7 @@ void PrivateJournal::freeze(bool frozen) {
 
 std::string PrivateJournal::log() const {
   std::ifstream in(kLog);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 }  // namespace lumvane::testing

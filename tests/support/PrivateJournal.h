@@ -1,11 +1,7 @@
-// A systemd-journald of a test's own, so that journal entries can be sent and
-// read back without touching the machine's journal.
-//
-// Start() moves the calling process into new user and mount namespaces for
-// the rest of its life (one such test per process, as CTest runs them), puts
-// a tmpfs over /run and starts /lib/systemd/systemd-journald there with
-// volatile storage; sd_journal_sendv() in this process and its children then
-// reaches it, and its files are under kDirectory.
+// A systemd-journald of a test's own, so that entries can be sent and read back without touching the
+// machine's journal. Start() moves the calling process into new user and mount namespaces for the rest
+// of its life (one such test per process, as CTest runs them) and starts journald over a tmpfs on /run:
+// sd_journal_sendv() in this process and its children reaches it, and its files are under kDirectory.
 #pragma once
 
 #include <sys/types.h>
@@ -43,12 +39,12 @@ class PrivateJournal final {
   // Waits until journald has written every entry sent before the call; "" or what went wrong.
   [[nodiscard]] std::string sync();
 
-  // Stops journald; with `removeSocket` its socket goes too, as on a machine
-  // without a journal; without, a stale socket is left that nobody reads.
+  // Stops journald; with `removeSocket` its socket goes too, as on a machine without a journal;
+  // without, a stale socket is left that nobody reads.
   void stop(bool removeSocket);
 
-  // Stops or resumes journald's process: while frozen, entries wait in its
-  // socket and it looks nothing up about their senders.
+  // Pauses or resumes journald: while frozen, entries wait in its socket and it looks nothing up
+  // about their senders.
   void freeze(bool frozen);
 
   std::string log() const;  // journald's own diagnostics, for failure messages
