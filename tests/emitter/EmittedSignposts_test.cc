@@ -2,6 +2,8 @@
 // lumvane-signpost reach a private journald, and `lumvane run --store` over its journal reports them.
 #include <gtest/gtest.h>
 #include <lumvane/signpost.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -34,10 +36,10 @@ TEST(EmittedSignposts, AreReportedFromTheJournal) {
 
   // The library: an interval with the begin's and the end's arguments, a tap with a whitelisted
   // zone and one with a private string.
-  static const lumvane_signpost launch = {"com.orvel.launch", "App", "ColdLaunch", LUMVANE_SIGNPOST_SCOPE_PROCESS,
+  const auto kProcess = LUMVANE_SIGNPOST_SCOPE_PROCESS;
+  static const lumvane_signpost launch = {"com.orvel.launch", "App", "ColdLaunch", kProcess,
                                           LUMVANE_SIGNPOST_TELEMETRY};
-  static const lumvane_signpost tap = {"com.orvel.touch", "Input", "Tap", LUMVANE_SIGNPOST_SCOPE_PROCESS,
-                                       LUMVANE_SIGNPOST_TELEMETRY};
+  static const lumvane_signpost tap = {"com.orvel.touch", "Input", "Tap", kProcess, LUMVANE_SIGNPOST_TELEMETRY};
   {
     lumvane_signpost_args begin{}, end{};
     begin.strings[0] = {"Phase", "Root"};
@@ -52,13 +54,21 @@ TEST(EmittedSignposts, AreReportedFromTheJournal) {
     args.strings[0] = {"Zone", zone};
     ASSERT_EQ(lumvane_signpost_event(&tap, 0, &args), 0);
   }
-  // The command: a tap from another process.
-  ChildProcess command({LUMVANE_BINARY_DIR "/signpost-command/lumvane-signpost", "event", "--subsystem",
-                        "com.orvel.touch", "--category", "Input", "--name", "Tap", "--telemetry",
-                        "--string1", "Zone=Root"},
-                       {}, dir.file("command"));
-  ASSERT_EQ(command.wait(std::chrono::seconds(10)), 0) << command.err();
+  // The command: a tap from another process, left unreaped until journald has read its name
+  // (journald names a sender from /proc, which a reaped process has left).
+  pid_t command = fork();
+  ASSERT_GE(command, 0);
+  if (command == 0) {
+    execl(LUMVANE_BINARY_DIR "/signpost-command/lumvane-signpost", "lumvane-signpost", "event", "--subsystem",
+          "com.orvel.touch", "--category", "Input", "--name", "Tap", "--telemetry", "--string1", "Zone=Root",
+          static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  siginfo_t exited{};
+  ASSERT_EQ(waitid(P_PID, command, &exited, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(exited.si_status, 0);
   ASSERT_EQ(journal.sync(), "");
+  waitpid(command, nullptr, 0);
 
   ChildProcess run({LUMVANE_BINARY_DIR "/lumvane", "run", "--store", PrivateJournal::kDirectory,
                     "--dovetel-dir", dir.file("dovetel")},
