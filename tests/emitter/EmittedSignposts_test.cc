@@ -36,10 +36,10 @@ TEST(EmittedSignposts, AreReportedFromTheJournal) {
 
   // The library: an interval with the begin's and the end's arguments, a tap with a whitelisted
   // zone and one with a private string.
-  const auto kProcess = LUMVANE_SIGNPOST_SCOPE_PROCESS;
-  static const lumvane_signpost launch = {"com.orvel.launch", "App", "ColdLaunch", kProcess,
-                                          LUMVANE_SIGNPOST_TELEMETRY};
-  static const lumvane_signpost tap = {"com.orvel.touch", "Input", "Tap", kProcess, LUMVANE_SIGNPOST_TELEMETRY};
+  static const lumvane_signpost launch = {"com.orvel.launch", "App", "ColdLaunch",
+                                          LUMVANE_SIGNPOST_SCOPE_PROCESS, LUMVANE_SIGNPOST_TELEMETRY};
+  static const lumvane_signpost tap = {"com.orvel.touch", "Input", "Tap", LUMVANE_SIGNPOST_SCOPE_PROCESS,
+                                       LUMVANE_SIGNPOST_TELEMETRY};
   {
     lumvane_signpost_args begin{}, end{};
     begin.strings[0] = {"Phase", "Root"};
