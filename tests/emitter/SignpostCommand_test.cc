@@ -44,12 +44,9 @@ TEST(SignpostCommandLine, RefusesWhatCouldNotPairOrRead) {
     auto words = c.words;
     words.insert(words.begin() + 1, base.begin(), base.end());
     auto line = ParseLine(words);
-    std::string shown = ::testing::PrintToString(words);
-    if (*c.errorPart == '\0') {
-      EXPECT_TRUE(line.ok()) << shown << ": " << line.error();
-    } else {
-      EXPECT_NE(line.error().find(c.errorPart), std::string::npos) << shown << ": " << line.error();
-    }
+    SCOPED_TRACE(::testing::PrintToString(words) + ": " + line.error());
+    EXPECT_EQ(line.ok(), *c.errorPart == '\0');
+    EXPECT_NE(line.error().find(c.errorPart), std::string::npos);
   }
   EXPECT_NE(ParseLine({"event"}).error().find("--subsystem"), std::string::npos);
   EXPECT_TRUE(ParseLine({"--help"}).helpRequested());
