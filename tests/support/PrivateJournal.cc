@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <thread>
 
 namespace lumvane::testing {
@@ -29,8 +29,7 @@ std::string Errno(const std::string& what) { return what + ": " + std::strerror(
 
 bool WriteText(const std::string& path, const std::string& text) {
   std::ofstream out(path);
-  out << text;
-  return static_cast<bool>(out.flush());
+  return static_cast<bool>(out << text << std::flush);
 }
 
 bool IsSocket(const char* path) {
@@ -38,34 +37,15 @@ bool IsSocket(const char* path) {
   return stat(path, &st) == 0 && S_ISSOCK(st.st_mode);
 }
 
-// Runs `argv` to its end; its exit status, or -1.
-int Run(const char* const argv[]) {
-  pid_t pid = fork();
-  if (pid < 0) return -1;
-  if (pid == 0) {
-    int null = open("/dev/null", O_WRONLY);
-    if (null >= 0) dup2(null, STDOUT_FILENO);
-    execvp(argv[0], const_cast<char* const*>(argv));
-    _exit(127);
-  }
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // New user namespace mapping this user to root in it, and a new mount
-// namespace in which the machine's /run is hidden. A refusal (EPERM, EACCES:
-// a security module may allow the namespace but not mounting in it) means
-// this machine cannot do it; anything else is an error.
+// namespace hiding the machine's /run. A refusal (a security module may allow
+// the namespace but not mounting in it) sets `skip`; anything else is an error.
 std::string EnterNamespaces(std::string* skip) {
   auto refused = [skip](const std::string& what) {
     std::string text = Errno(what);
-    if (errno == EPERM || errno == EACCES || errno == EINVAL || errno == ENOSPC) {
-      *skip = "this machine allows no private user and mount namespaces: " + text;
-      return std::string();
-    }
-    return text;
+    if (errno != EPERM && errno != EACCES && errno != EINVAL && errno != ENOSPC) return text;
+    *skip = "this machine allows no private user and mount namespaces: " + text;
+    return std::string();
   };
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);)
@@ -96,64 +76,50 @@ PrivateJournal::Started PrivateJournal::Start(const Options& options) {
     started.skip = std::string(kJournald) + " is not installed";
     return started;
   }
-  started.error = EnterNamespaces(&started.skip);
-  if (!started.skip.empty() || !started.error.empty()) return started;
+  auto fail = [&started](std::string error) {
+    started.error = std::move(error);
+    return std::move(started);
+  };
+  std::string error = EnterNamespaces(&started.skip);
+  if (!started.skip.empty() || !error.empty()) return fail(error);
   if (options.privateVarTmp &&
-      mount("tmpfs", "/var/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0) {
-    started.error = Errno("mounting a tmpfs on /var/tmp");
-    return started;
-  }
-
-  // Drop-ins in /run come after the machine's own journald.conf; the "zz"
-  // puts this one after any the machine has in /run, /usr/lib or /etc.
+      mount("tmpfs", "/var/tmp", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0)
+    return fail(Errno("mounting a tmpfs on /var/tmp"));
+  // Drop-ins in /run come after the machine's own journald.conf; "zz" puts
+  // this one after any other the machine has.
   std::string conf =
       "[Journal]\nStorage=volatile\nForwardToSyslog=no\nForwardToKMsg=no\n"
       "ForwardToConsole=no\nForwardToWall=no\n";
   if (!options.rateLimit) conf += "RateLimitIntervalSec=0\n";
-  if (!WriteText("/run/systemd/journald.conf.d/zz-lumvane-test.conf", conf)) {
-    started.error = Errno("writing the journald configuration");
-    return started;
-  }
+  if (!WriteText("/run/systemd/journald.conf.d/zz-lumvane-test.conf", conf))
+    return fail(Errno("writing the journald configuration"));
   std::unique_ptr<PrivateJournal> journal(new PrivateJournal());
-  if (!options.startJournald) {
-    started.journal = std::move(journal);
-    return started;
-  }
-
-  pid_t parent = getpid();
-  journal->pid_ = fork();
-  if (journal->pid_ < 0) {
-    started.error = Errno("fork");
-    return started;
-  }
-  if (journal->pid_ == 0) {
-    // Never outlive the test, whatever becomes of it.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent) _exit(1);
-    int log = open(kLog, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (log >= 0) {
-      dup2(log, STDOUT_FILENO);
-      dup2(log, STDERR_FILENO);
+  if (options.startJournald) {
+    pid_t parent = getpid();
+    journal->pid_ = fork();
+    if (journal->pid_ < 0) return fail(Errno("fork"));
+    if (journal->pid_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlive the test, whatever becomes of it
+      if (getppid() != parent) _exit(1);
+      int log = open(kLog, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+      if (log >= 0) {
+        dup2(log, STDOUT_FILENO);
+        dup2(log, STDERR_FILENO);
+      }
+      for (const char* name : {"NOTIFY_SOCKET", "LISTEN_FDS", "LISTEN_PID"}) unsetenv(name);
+      execl(kJournald, kJournald, static_cast<char*>(nullptr));
+      _exit(127);
     }
-    unsetenv("NOTIFY_SOCKET");
-    unsetenv("LISTEN_FDS");
-    unsetenv("LISTEN_PID");
-    execl(kJournald, kJournald, static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!IsSocket(kSocket) || !IsSocket(kControl)) {
-    int status;
-    if (waitpid(journal->pid_, &status, WNOHANG) == journal->pid_) {
-      journal->pid_ = -1;
-      started.error = "systemd-journald ended at start: " + journal->log();
-      return started;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!IsSocket(kSocket) || !IsSocket(kControl)) {
+      if (waitpid(journal->pid_, nullptr, WNOHANG) == journal->pid_) {
+        journal->pid_ = -1;
+        return fail("systemd-journald ended at start: " + journal->log());
+      }
+      if (std::chrono::steady_clock::now() > deadline)
+        return fail("systemd-journald made no socket within 10 s: " + journal->log());
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    if (std::chrono::steady_clock::now() > deadline) {
-      started.error = "systemd-journald made no socket within 10 s: " + journal->log();
-      return started;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   started.journal = std::move(journal);
   return started;
@@ -163,28 +129,29 @@ PrivateJournal::~PrivateJournal() { stop(false); }
 
 std::string PrivateJournal::sync() {
   if (pid_ < 0) return "no journald is running";
-  const char* argv[] = {"journalctl", "--sync", nullptr};
-  int status = Run(argv);
-  return status == 0 ? std::string()
-                     : "journalctl --sync failed with status " + std::to_string(status);
+  int status = std::system("journalctl --sync >/dev/null");
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
+  return "journalctl --sync failed with status " + std::to_string(status);
 }
 
 void PrivateJournal::stop(bool removeSocket) {
   if (pid_ > 0) {
+    freeze(false);
     kill(pid_, SIGTERM);
-    int status;
-    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
     pid_ = -1;
   }
   if (removeSocket) unlink(kSocket);
 }
 
+void PrivateJournal::freeze(bool frozen) {
+  if (pid_ > 0) kill(pid_, frozen ? SIGSTOP : SIGCONT);
+}
+
 std::string PrivateJournal::log() const {
   std::ifstream in(kLog);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 }  // namespace lumvane::testing
