@@ -86,9 +86,8 @@ struct StoreRun : testing::CollectedObjects {
 
   // Given `contents`, writes them as a one-file store and reads it at once.
   explicit StoreRun(const std::optional<std::string>& contents = std::nullopt, size_t chunkBytes = 0,
-                    Date start = kFrom, Date end = kTo, size_t cap = 0) {
+                    Date start = kFrom, Date end = kTo) {
     extractor.setChunkBytes(chunkBytes);
-    extractor.setMaxOpenIntervals(cap);
     attach(extractor);
     if (!contents) return;
     WriteFile(dir.file("s.json"), *contents);
@@ -219,29 +218,10 @@ TEST(LogStoreExtractorTest, NumberArgumentsReadAsIntegerElseJsonFloatElseEmpty) 
   }
 }
 
-TEST(LogStoreExtractorTest, ReadsEveryValueShapeOfTheJsonForm) {
-  // A repeated name holding equal values is one value; a byte array is text
-  // when it decodes to text; null is an absent value; keys may be escaped.
-  const std::string store =
-      E().t(1).raw("SIGNPOST_SUBSYSTEM", "[99,111,109,46,116]")
-          .raw("SIGNPOST_NAME", R"(["Load","Load"])").raw("_EXE", "null").json() + "\n" +
-      E().t(2).drop("SIGNPOST_CATEGORY").raw("SIGNPOST\\u005fCATEGORY", "\"ui\"")
-          .set("SIGNPOST_STRING1_NAME", "Q").set("SIGNPOST_STRING1_VALUE", "\\\"x\\\" \\u00e9")
-          .json() + "\n";
-  for (size_t chunk : {size_t{0}, size_t{32}}) {
-    StoreRun run(store, chunk);
-    ASSERT_EQ(run.events.size(), 2u) << chunk;
-    EXPECT_EQ(*run.events[0]->subsystem(), "com.t");
-    EXPECT_EQ(*run.events[0]->name(), "Load");
-    EXPECT_FALSE(run.events[0]->processImagePath());
-    EXPECT_EQ(*run.events[1]->category(), "ui");
-    EXPECT_EQ(*run.events[1]->string1Value(), "\"x\" \xc3\xa9");
-  }
-}
-
 // What is counted: signposts of the window (edges included, malformed ones
 // too), other programs' entries, entries without a time, lines that are no
-// JSON object. A lone surrogate escape makes a line no JSON; a pair decodes.
+// JSON object (a lone surrogate escape makes one); and every value shape that
+// journalctl writes is read, wherever the reader's chunks end.
 TEST(LogStoreExtractorTest, CountsOnlySignpostEntriesInTheWindowAndPassesOverMalformedOnes) {
   const std::vector<E> malformed = {
       E().drop("SIGNPOST_TYPE"), E().kind("start"), E().drop("SIGNPOST_ID"), E().sid("-1"),
@@ -259,17 +239,31 @@ TEST(LogStoreExtractorTest, CountsOnlySignpostEntriesInTheWindowAndPassesOverMal
                       Lines({E().t(-0.000001), E().t(0), E().t(5).set("MESSAGE_ID", "ffff"),
                              E().t(5).drop("MESSAGE_ID"), E().t(5).drop("__REALTIME_TIMESTAMP"),
                              E().t(6).set("__REALTIME_TIMESTAMP", "soon"), E().t(10),
-                             E().t(10.000001), E().t(7).raw("SIGNPOST_NAME", R"("\ud83d\ude00")")});
+                             E().t(10.000001), E().t(7).raw("SIGNPOST_NAME", R"("\ud83d\ude00")"),
+                             // Equal values of a repeated name are one; bytes that are text are text.
+                             E().t(1).raw("SIGNPOST_SUBSYSTEM", "[99,111,109,46,116]")
+                                 .raw("SIGNPOST_NAME", R"(["Load","Load"])").raw("_EXE", "null"),
+                             E().t(2).drop("SIGNPOST_CATEGORY").raw("SIGNPOST\\u005fCATEGORY", "\"ui\"")
+                                 .set("SIGNPOST_STRING1_NAME", "Q")
+                                 .set("SIGNPOST_STRING1_VALUE", "\\\"x\\\" \\u00e9")});
   for (E e : malformed) store += e.t(2).json() + "\n";
   for (E e : noObjects) store += e.t(2).json() + "\n";
-  StoreRun run(store, 0, kBase, kBase + std::chrono::seconds(10));
-  ASSERT_EQ(run.events.size(), 3u);
-  EXPECT_EQ(run.events[2]->name(), "\xF0\x9F\x98\x80");
-  EXPECT_EQ(run.extractor.processedEventCount(), 3u + malformed.size());
-  EXPECT_EQ(run.stats().recordsOutsideWindow, 2u);
-  EXPECT_EQ(run.stats().otherEntries, 2u);
-  EXPECT_EQ(run.stats().malformedRecords, 2u + malformed.size());  // no time: not processed
-  EXPECT_EQ(run.stats().nonObjectLines, 3u + noObjects.size());
+  for (size_t chunk : {size_t{0}, size_t{32}}) {
+    SCOPED_TRACE(chunk);
+    StoreRun run(store, chunk, kBase, kBase + std::chrono::seconds(10));
+    ASSERT_EQ(run.events.size(), 5u);
+    EXPECT_EQ(run.events[2]->name(), "\xF0\x9F\x98\x80");
+    EXPECT_EQ(run.events[3]->subsystem(), "com.t");
+    EXPECT_EQ(run.events[3]->name(), "Load");
+    EXPECT_FALSE(run.events[3]->processImagePath());
+    EXPECT_EQ(run.events[4]->category(), "ui");
+    EXPECT_EQ(run.events[4]->string1Value(), "\"x\" \xc3\xa9");
+    EXPECT_EQ(run.extractor.processedEventCount(), 5u + malformed.size());
+    EXPECT_EQ(run.stats().recordsOutsideWindow, 2u);
+    EXPECT_EQ(run.stats().otherEntries, 2u);
+    EXPECT_EQ(run.stats().malformedRecords, 2u + malformed.size());  // no time: not processed
+    EXPECT_EQ(run.stats().nonObjectLines, 3u + noObjects.size());
+  }
 }
 
 // The open begins are capped: the earliest makes room (counted, logged once
@@ -302,7 +296,8 @@ TEST(LogStoreExtractorTest, TheOpenIntervalCapDropsTheEarliestBegin) {
     }
     testing::ScopedEnv env(LogStoreExtractor::kMaxOpenIntervalsVariable, c.envValue);
     testing::ScopedLogCapture capture(LogLevel::Info);
-    StoreRun run(std::nullopt, 0, kFrom, kTo, c.cap);
+    StoreRun run;
+    run.extractor.setMaxOpenIntervals(c.cap);
     WriteFile(run.dir.file("s.json"), Lines(store));
     for (int pass = 1; pass <= 2; ++pass) {  // each processing counts and logs afresh
       ASSERT_TRUE(run.read(run.dir.file("s.json")).ok);
@@ -431,45 +426,36 @@ TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
 // ends the read within a second, also inside a line that never ends (an
 // endless device) or that its writer leaves unfinished (a pipe).
 TEST(LogStoreExtractorTest, ReadsStandardInputAndStopsInsideAnEndlessLine) {
-  int writer = -1;
-  auto pipeWith = [&writer](const std::string& text, bool close) {
-    int fds[2];
-    if (::pipe(fds) != 0) return -1;
-    if (::write(fds[1], text.data(), text.size()) != static_cast<ssize_t>(text.size())) return -1;
-    if (close) ::close(fds[1]);
-    if (!close) writer = fds[1];
-    return fds[0];
-  };
   const struct {
     const char* what;
-    std::function<int()> open;  // the descriptor to read as standard input
-    bool stop;
+    std::string piped;  // "": /dev/zero
+    bool endless;       // the line never ends: the writer stays, or the device
     size_t events;
-  } inputs[] = {
-      {"a pipe that ends", [&] { return pipeWith(Lines({E().t(1), E().t(2)}), true); }, false, 2},
-      {"a pipe left mid-line", [&] { return pipeWith(Lines({E().t(1)}) + "{\"time", false); }, true, 1},
-      {"/dev/zero", [] { return ::open("/dev/zero", O_RDONLY); }, true, 0},
-  };
+  } inputs[] = {{"a pipe that ends", Lines({E().t(1), E().t(2)}), false, 2},
+                {"a pipe left mid-line", Lines({E().t(1)}) + "{\"time", true, 1},
+                {"/dev/zero", "", true, 0}};
   const int savedStdin = ::dup(STDIN_FILENO);
   for (const auto& input : inputs) {
     SCOPED_TRACE(input.what);
-    const int fd = input.open();
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::dup2(fd, STDIN_FILENO), STDIN_FILENO);
-    ::close(fd);
+    int fds[2] = {::open("/dev/zero", O_RDONLY), -1};
+    if (!input.piped.empty()) {
+      ::close(fds[0]);
+      ASSERT_EQ(::pipe(fds), 0);
+      ASSERT_EQ(::write(fds[1], input.piped.data(), input.piped.size()), ssize_t(input.piped.size()));
+      if (!input.endless) ::close(std::exchange(fds[1], -1));
+    }
+    ASSERT_EQ(::dup2(fds[0], STDIN_FILENO), STDIN_FILENO);
+    ::close(fds[0]);
     auto run = std::make_shared<StoreRun>();
     Background reading([run] { run->read("-"); });
-    std::chrono::milliseconds limit(3000);
-    if (input.stop) {
+    if (input.endless) {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));  // well inside the line
       run->extractor.stopProcessing();
-      limit = std::chrono::milliseconds(1000);
     }
-    const bool returned = reading.returnedWithin(limit);
-    // The reader took its own copy of standard input when it began.
-    ::dup2(savedStdin, STDIN_FILENO);
-    if (writer >= 0) ::close(std::exchange(writer, -1));
-    ASSERT_TRUE(returned) << "still reading " << limit.count() << " ms later";
+    const bool returned = reading.returnedWithin(std::chrono::milliseconds(input.endless ? 1000 : 3000));
+    ::dup2(savedStdin, STDIN_FILENO);  // the reader took its own copy when it began
+    if (fds[1] >= 0) ::close(fds[1]);
+    ASSERT_TRUE(returned) << "still reading";
     EXPECT_TRUE(run->ok);
     EXPECT_EQ(run->events.size(), input.events);
   }
