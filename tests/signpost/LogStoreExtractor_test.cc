@@ -167,7 +167,7 @@ TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAttributesAndTelemetryCom
               .set("SIGNPOST_NUMBER1_VALUE", "-3").set("SIGNPOST_STRING2_NAME", "Half")
               .raw("SIGNPOST_ATTRIBUTE", R"(["Id=com.end","Mode=fast","NoEquals"])")
               .set("_PID", "99").set("OBJECT_PID", "100").set("OBJECT_EXE", "/usr/bin/script");
-  StoreRun run(Lines({begin, end, E().t(3).set("SIGNPOST_TELEMETRY", "1"),
+  StoreRun run(Lines({begin, end, E().t(3).set("SIGNPOST_TELEMETRY", "1").set("OBJECT_PID", "7"),
                       E().t(3).set("SIGNPOST_TELEMETRY", "true"),
                       E().t(4).kind("begin").sid("2").set("SIGNPOST_TELEMETRY", "1"),
                       E().t(5).kind("end").sid("2"), E().t(4).kind("begin").sid("3"),
@@ -184,6 +184,7 @@ TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAttributesAndTelemetryCom
   EXPECT_EQ(*i.beginEvent()->processName(), "tester");
   EXPECT_EQ(*i.endEvent()->processImagePath(), "/usr/bin/script");
   EXPECT_FALSE(i.endEvent()->processName());  // OBJECT_COMM not given: no fallback to _COMM
+  EXPECT_FALSE(run.events[0]->processImagePath() || run.events[0]->processName());  // nor to _EXE
   std::vector<bool> telemetry;  // events, then intervals and the first one's begin
   for (const auto& e : run.events) telemetry.push_back(e->telemetryEnabled());
   for (const auto& x : run.intervals) telemetry.push_back(x->telemetryEnabled());
