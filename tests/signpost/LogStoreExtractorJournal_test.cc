@@ -26,8 +26,8 @@ constexpr uint64_t kBaseUsec = 1714557600000000;  // 2024-05-01 10:00:00 UTC
 const Date kBase{std::chrono::microseconds(kBaseUsec)};
 constexpr char kBootA[] = "0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a0a";
 
-// A signpost entry of process 42 `at` seconds after kBase (the monotonic
-// clock `mono` seconds, 1000 ahead by default) holding `fields` too.
+// A signpost entry of process 42 ("tool") `at` seconds after kBase (the
+// monotonic clock `mono` seconds, 1000 ahead by default) holding `fields` too.
 JournalEntryText Entry(double at, const Fields& fields, std::optional<double> mono = std::nullopt,
                        const char* boot = kBootA, bool signpost = true) {
   JournalEntryText e;
@@ -35,6 +35,7 @@ JournalEntryText Entry(double at, const Fields& fields, std::optional<double> mo
   e.add("__MONOTONIC_TIMESTAMP", std::to_string(std::llround(mono.value_or(1000 + at) * 1e6)));
   e.add("_BOOT_ID", boot);
   e.add("_PID", "42");
+  e.add("_COMM", "tool");
   if (signpost) e.add("MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31");
   for (const auto& [k, v] : Fields{{"SIGNPOST_SCOPE", "process"}, {"SIGNPOST_SUBSYSTEM", "s"},
                                    {"SIGNPOST_CATEGORY", "c"}}) {
@@ -49,9 +50,10 @@ Fields Sp(const char* type, const std::string& id, Fields more = {}) {
   return more;
 }
 
-std::string Export(const std::vector<JournalEntryText>& entries) {
+// `entries` in the export form, or as JSON lines in shuffled key order.
+std::string Text(const std::vector<JournalEntryText>& entries, bool json = false) {
   std::string text;
-  for (const JournalEntryText& e : entries) e.appendExport(&text);
+  for (const JournalEntryText& e : entries) json ? e.appendJson(&text, 7) : e.appendExport(&text);
   return text;
 }
 
@@ -60,7 +62,7 @@ TEST(LogStoreExtractorJournalTest, ReadsTheWindowOfEveryJournalFormWithTheJourna
   testing::TempDir dir;
   const std::string machineDir = dir.file("journal/0123456789abcdef0123456789abcdef");
   std::filesystem::create_directories(machineDir);
-  const std::string file = testing::MakeJournalFile(machineDir, "system", Export({
+  const std::string file = testing::MakeJournalFile(machineDir, "system", Text({
       Entry(-5, Sp("event", "1")),  // before the window: sought past
       Entry(0, Sp("event", "2")),   // the window's first instant
       Entry(1, Sp("begin", "7", {{"SIGNPOST_BOOTTIME_NSEC", "1000000000"},
@@ -96,7 +98,8 @@ TEST(LogStoreExtractorJournalTest, ReadsTheWindowOfEveryJournalFormWithTheJourna
     const Dictionary& attributes = got.intervals[0]->attributes();
     EXPECT_EQ(attributes.size(), 2u);
     EXPECT_TRUE(attributes.find("Mode") && *attributes.find("Mode") == Value("b=c"));
-    EXPECT_EQ(got.events.size(), 2u);
+    ASSERT_EQ(got.events.size(), 2u);
+    EXPECT_EQ(got.events[0]->processName(), "tool");
     const LogStoreReadStatistics& s = extractor.lastReadStatistics();
     EXPECT_EQ(extractor.processedEventCount(), 10u);  // the window's signposts, malformed ones too
     EXPECT_EQ(s.malformedRecords, 2u);
@@ -126,17 +129,12 @@ struct Day {
   // The day as a store of `form` ("json" or "journal") under `dir`; "" when
   // it cannot be made here.
   std::string writeTo(const std::string& form, const testing::TempDir& dir) const {
-    std::string text;
-    for (const JournalEntryText& e : entries) {
-      if (form == "json") e.appendJson(&text, 7);
-      if (form != "json") e.appendExport(&text);
-    }
     if (form == "json") {
-      testing::WriteFile(dir.file("day.json"), text);
+      testing::WriteFile(dir.file("day.json"), Text(entries, true));
       return dir.file("day.json");
     }
     if (!testing::JournalRemoteAvailable()) return "";
-    return testing::MakeJournalFile(dir.path(), "day", text).empty() ? "" : dir.path();
+    return testing::MakeJournalFile(dir.path(), "day", Text(entries)).empty() ? "" : dir.path();
   }
 };
 

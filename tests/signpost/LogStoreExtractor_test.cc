@@ -194,15 +194,13 @@ TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAttributesAndTelemetryCom
 
 TEST(LogStoreExtractorTest, NumberArgumentsReadAsIntegerElseJsonFloatElseEmpty) {
   const std::vector<std::pair<std::string, std::optional<Number>>> cases = {
-      {"42", Number::fromInt64(42)},
-      {"+7", Number::fromInt64(7)},
+      {"42", Number::fromInt64(42)}, {"+7", Number::fromInt64(7)},
       {"-9223372036854775808", Number::fromInt64(INT64_MIN)},
       {"9223372036854775808", Number::fromUInt64(9223372036854775808u)},
       {"18446744073709551615", Number::fromUInt64(UINT64_MAX)},
       {"18446744073709551616", Number::fromDouble(18446744073709551616.0)},
       {"-9223372036854775809", Number::fromDouble(-9223372036854775809.0)},
-      {"0.5", Number::fromDouble(0.5)},
-      {"-1.25e2", Number::fromDouble(-125.0)},
+      {"0.5", Number::fromDouble(0.5)}, {"-1.25e2", Number::fromDouble(-125.0)},
       {"+18446744073709551615", std::nullopt},  // a sign asks for signed 64 bits
       {"+1.5", std::nullopt}, {"1.", std::nullopt}, {".5", std::nullopt},
       {"01.5", std::nullopt}, {"1e400", std::nullopt}, {"nan", std::nullopt},
