@@ -1,6 +1,4 @@
-// The extractor over journal files that systemd-journal-remote makes from
-// export text, and the store order of its callbacks over thousands of entries
-// in both forms, however far its reading worker runs ahead.
+// The extractor over journal files made by systemd-journal-remote, and its callbacks' store order.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -126,8 +124,7 @@ struct Day {
                                             {{"SIGNPOST_NAME", std::to_string(id)}})));
     }
   }
-  // The day as a store of `form` ("json" or "journal") under `dir`; "" when
-  // it cannot be made here.
+  // The day as a store of `form` ("json" or "journal") under `dir`; "" when it cannot be made.
   std::string writeTo(const std::string& form, const testing::TempDir& dir) const {
     if (form == "json") {
       testing::WriteFile(dir.file("day.json"), Text(entries, true));

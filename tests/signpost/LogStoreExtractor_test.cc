@@ -30,8 +30,7 @@ constexpr uint64_t kBaseUsec = 1714557600000000;  // 2024-05-01 10:00:00 UTC
 const Date kBase{std::chrono::microseconds(kBaseUsec)};
 const Date kFrom = kBase - std::chrono::hours(1), kTo = kBase + std::chrono::hours(1);
 
-// One entry as journalctl writes it in JSON: every value a string, unless a
-// test puts raw JSON in. Fields a test does not set get ordinary values.
+// One entry as journalctl writes it in JSON, with ordinary values for the fields a test does not set.
 struct E {
   std::vector<std::pair<std::string, std::string>> fields;  // key, JSON value
   E() {
@@ -76,8 +75,7 @@ std::string Lines(const std::vector<E>& entries) {
   return s;
 }
 
-// Runs an extractor over a store in its own temporary directory and keeps
-// what it delivered.
+// An extractor over a store in its own temporary directory, keeping what it delivered.
 struct StoreRun : testing::CollectedObjects {
   TempDir dir;
   LogStoreExtractor extractor;
@@ -126,8 +124,7 @@ TEST(LogStoreExtractorTest, PairsWithinTheTableOfEachScopeAndBootTimedByTheBestC
       E().t(2).kind("end").sid("18446744073709551614"),     // equal to it as doubles
       E().t(3).kind("end").sid("18446744073709551615"),     // 2 s
       E().t(4).kind("begin").sid("9223372036854775809"), E().t(5).kind("end").sid("9223372036854775809"),
-      // The wall clock says 100 s each; CLOCK_BOOTTIME counts where both
-      // sides carry it, else the monotonic clock.
+      // 100 s by the wall clock; CLOCK_BOOTTIME counts where both sides carry it, else the monotonic.
       E().t(10).kind("begin").sid("11").set("SIGNPOST_BOOTTIME_NSEC", "1000000000"),
       E().t(110).mono(17).kind("end").sid("11").set("SIGNPOST_BOOTTIME_NSEC", "3500000000"),
       E().t(10).kind("begin").sid("12").set("SIGNPOST_BOOTTIME_NSEC", "1000000000"),
@@ -372,27 +369,18 @@ TEST(LogStoreExtractorTest, RecordsOverOneMebibyteAreCountedAsMalformedAndSkippe
   }
 }
 
-// Runs `read` on a detached thread of its own, so that a read that never
-// returns fails the test instead of hanging it; the thread holds only what it
-// was given, and lets go of it before the returned future is ready.
-class Background final {
- public:
-  explicit Background(std::function<void()> read) {
-    auto done = std::make_shared<std::promise<void>>();
-    finished_ = done->get_future();
-    std::thread([done, read = std::move(read)]() mutable {
-      read();
-      read = nullptr;
-      done->set_value();
-    }).detach();
-  }
-  bool returnedWithin(std::chrono::milliseconds limit) {
-    return finished_.wait_for(limit) == std::future_status::ready;
-  }
-
- private:
-  std::future<void> finished_;
-};
+// Runs `read` on a detached thread, so that a read that never returns fails
+// the test instead of hanging it; `read` is let go before the future is ready.
+std::future<void> Detached(std::function<void()> read) {
+  auto done = std::make_shared<std::promise<void>>();
+  std::future<void> finished = done->get_future();
+  std::thread([done, read = std::move(read)]() mutable {
+    read();
+    read = nullptr;
+    done->set_value();
+  }).detach();
+  return finished;
+}
 
 TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   TempDir dir;
@@ -401,8 +389,8 @@ TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   for (const std::string& path : {fifo, std::string("/dev/zero"), std::string("/dev/urandom")}) {
     SCOPED_TRACE(path);
     auto run = std::make_shared<StoreRun>();
-    Background reading([run, path] { run->read(path); });
-    if (!reading.returnedWithin(std::chrono::seconds(3))) {
+    std::future<void> reading = Detached([run, path] { run->read(path); });
+    if (reading.wait_for(std::chrono::seconds(3)) != std::future_status::ready) {
       run->extractor.stopProcessing();
       const int writer = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);  // frees a blocked open
       ADD_FAILURE() << "reading " << path << " did not return";
@@ -421,9 +409,7 @@ TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   EXPECT_EQ(run.events.size(), 1u);
 }
 
-// Standard input as the store: records are read from it, and a stop request
-// ends the read within a second, also inside a line that never ends (an
-// endless device) or that its writer leaves unfinished (a pipe).
+// Standard input as the store; a stop ends the read within a second, also inside an endless line.
 TEST(LogStoreExtractorTest, ReadsStandardInputAndStopsInsideAnEndlessLine) {
   const struct {
     const char* what;
@@ -446,12 +432,13 @@ TEST(LogStoreExtractorTest, ReadsStandardInputAndStopsInsideAnEndlessLine) {
     ASSERT_EQ(::dup2(fds[0], STDIN_FILENO), STDIN_FILENO);
     ::close(fds[0]);
     auto run = std::make_shared<StoreRun>();
-    Background reading([run] { run->read("-"); });
+    std::future<void> reading = Detached([run] { run->read("-"); });
     if (input.endless) {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));  // well inside the line
       run->extractor.stopProcessing();
     }
-    const bool returned = reading.returnedWithin(std::chrono::milliseconds(input.endless ? 1000 : 3000));
+    const bool returned = reading.wait_for(std::chrono::milliseconds(input.endless ? 1000 : 3000)) ==
+                          std::future_status::ready;
     ::dup2(savedStdin, STDIN_FILENO);  // the reader took its own copy when it began
     if (fds[1] >= 0) ::close(fds[1]);
     ASSERT_TRUE(returned) << "still reading";

@@ -12,6 +12,7 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "tests/support/JournalFiles.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/signpost/CollectedObjects.h"
 
 namespace lumvane {
 namespace {
@@ -20,10 +21,8 @@ const Date kEnd{std::chrono::seconds(1714557600)};  // 2024-05-01 12:00:00 +02:0
 constexpr char kJournalctl[] = "/usr/bin/journalctl";
 using Entry = std::map<std::string, std::string>;
 
-// The entries of JSON lines as field -> JSON text, the elements of an array
-// sorted (the journal keeps no order among repeated fields), the cursor left
-// out (systemd-journal-remote writes its own); lines that are no object are
-// counted in `broken`.
+// JSON lines as field -> JSON text, arrays sorted (the journal keeps no order among repeated
+// fields), the cursor left out (systemd-journal-remote writes its own); non-objects go to `broken`.
 std::vector<Entry> Entries(const std::string& text, uint64_t* broken) {
   simdjson::dom::parser parser;
   std::vector<Entry> entries;
@@ -107,19 +106,18 @@ TEST(SignpostStoreGeneratorTest, JsonFormIsWhatJournalctlPrintsAndTheReaderFinds
   ASSERT_GT(c.unmatchedEnds, 0u);
   for (const std::string& store : {dir.file("a.json"), dir.file("journal")}) {
     LogStoreExtractor extractor;
-    uint64_t intervals = 0, animations = 0, events = 0, telemetry = 0;
-    extractor.setIntervalCompletionProcessingBlock(
-        [&](auto i) { return ++intervals, telemetry += i->telemetryEnabled(), true; });
-    extractor.setAnimationIntervalCompletionProcessingBlock(
-        [&](auto i) { return ++animations, telemetry += i->telemetryEnabled(), true; });
-    extractor.setEmitEventProcessingBlock(
-        [&](auto e) { return ++events, telemetry += e->telemetryEnabled(), true; });
+    testing::CollectedObjects got;
+    got.attach(extractor);
     ASSERT_TRUE(extractor.processLogArchiveWithPath(store, kEnd - std::chrono::hours(24), kEnd, nullptr))
         << store;
+    uint64_t telemetry = 0;
+    for (const auto& i : got.intervals) telemetry += i->telemetryEnabled();
+    for (const auto& a : got.animations) telemetry += a->telemetryEnabled();
+    for (const auto& e : got.events) telemetry += e->telemetryEnabled();
     EXPECT_EQ(extractor.processedEventCount(), c.signposts) << store;
-    EXPECT_EQ(intervals, c.intervals) << store;
-    EXPECT_EQ(animations, c.animationIntervals) << store;
-    EXPECT_EQ(events, c.events) << store;
+    EXPECT_EQ(got.intervals.size(), c.intervals) << store;
+    EXPECT_EQ(got.animations.size(), c.animationIntervals) << store;
+    EXPECT_EQ(got.events.size(), c.events) << store;
     EXPECT_EQ(telemetry, c.telemetryObjects) << store;
   }
 

@@ -1,5 +1,4 @@
-// Journal files for tests, made from export-format text by the real
-// systemd-journal-remote, so that readers meet files the journal's own code wrote.
+// Journal files for tests, made from export text by the real systemd-journal-remote.
 #pragma once
 
 #include <unistd.h>
