@@ -1,3 +1,5 @@
+// The extractor over stores of JSON lines: pairing, clocks, values, what is
+// counted, the open-interval cap, store forms, special files, standard input.
 #include "lumvane/signpost/LogStoreExtractor.h"
 
 #include <fcntl.h>
@@ -6,8 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <future>
+#include <sstream>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -25,19 +29,15 @@ using testing::WriteFile;
 constexpr uint64_t kBaseUsec = 1714557600000000;  // 2024-05-01 10:00:00 UTC
 const Date kBase{std::chrono::microseconds(kBaseUsec)};
 const Date kFrom = kBase - std::chrono::hours(1), kTo = kBase + std::chrono::hours(1);
-constexpr char kBoot[] = "5d1c0de5b0075a3e8e6f1a2b3c4d5e6f";
 
-// One entry as journalctl writes it in JSON: every value a string, unless a
-// test puts raw JSON in. Fields a test does not set get ordinary values.
+// One entry as journalctl writes it in JSON, with ordinary values for the fields a test does not set.
 struct E {
   std::vector<std::pair<std::string, std::string>> fields;  // key, JSON value
   E() {
-    set("MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31");
-    set("_BOOT_ID", kBoot).set("_PID", "100").set("_EXE", "/usr/bin/tester");
-    set("_COMM", "tester").set("SIGNPOST_TID", "1000");
+    set("MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31").set("_BOOT_ID", "5d1c0de5b0075a3e");
+    set("_PID", "100").set("_EXE", "/usr/bin/tester").set("_COMM", "tester").set("SIGNPOST_TID", "1000");
     set("SIGNPOST_TYPE", "event").set("SIGNPOST_ID", "1").set("SIGNPOST_SCOPE", "process");
-    set("SIGNPOST_SUBSYSTEM", "com.test").set("SIGNPOST_CATEGORY", "ui");
-    set("SIGNPOST_NAME", "Load");
+    set("SIGNPOST_SUBSYSTEM", "com.test").set("SIGNPOST_CATEGORY", "ui").set("SIGNPOST_NAME", "Load");
     t(0);
   }
   E& raw(const std::string& k, const std::string& json) {
@@ -49,22 +49,18 @@ struct E {
   }
   E& set(const std::string& k, const std::string& v) { return raw(k, "\"" + v + "\""); }
   E& drop(const std::string& k) {
-    for (size_t i = 0; i < fields.size(); ++i) {
-      if (fields[i].first == k) fields.erase(fields.begin() + i);
-    }
+    fields.erase(std::remove_if(fields.begin(), fields.end(), [&](auto& f) { return f.first == k; }),
+                 fields.end());
     return *this;
   }
-  // Seconds after kBase on the wall clock; the monotonic clock runs along.
-  E& t(double s) {
-    const auto us = static_cast<int64_t>(s * 1e6);
-    set("__REALTIME_TIMESTAMP", std::to_string(kBaseUsec + us));
-    return set("__MONOTONIC_TIMESTAMP", std::to_string(5000000000 + us));
-  }
+  // Seconds after kBase on the wall clock and on the monotonic clock.
+  E& t(double s) { return set("__REALTIME_TIMESTAMP", std::to_string(kBaseUsec + int64_t(s * 1e6))).mono(s); }
+  E& mono(double s) { return set("__MONOTONIC_TIMESTAMP", std::to_string(5000000000 + int64_t(s * 1e6))); }
   E& kind(const std::string& k) { return set("SIGNPOST_TYPE", k); }
   E& sid(const std::string& i) { return set("SIGNPOST_ID", i); }
   E& in(const std::string& scope, int pid, int tid) {
-    return set("SIGNPOST_SCOPE", scope).set("_PID", std::to_string(pid))
-        .set("SIGNPOST_TID", std::to_string(tid));
+    set("SIGNPOST_SCOPE", scope).set("_PID", std::to_string(pid));
+    return set("SIGNPOST_TID", std::to_string(tid));
   }
   std::string json() const {
     std::string s = "{";
@@ -79,8 +75,7 @@ std::string Lines(const std::vector<E>& entries) {
   return s;
 }
 
-// Runs an extractor over a store in its own temporary directory and keeps
-// what it delivered.
+// An extractor over a store in its own temporary directory, keeping what it delivered.
 struct StoreRun : testing::CollectedObjects {
   TempDir dir;
   LogStoreExtractor extractor;
@@ -88,8 +83,8 @@ struct StoreRun : testing::CollectedObjects {
   std::optional<Error> error;
 
   // Given `contents`, writes them as a one-file store and reads it at once.
-  explicit StoreRun(const std::optional<std::string>& contents = std::nullopt,
-                    size_t chunkBytes = 0, Date start = kFrom, Date end = kTo) {
+  explicit StoreRun(const std::optional<std::string>& contents = std::nullopt, size_t chunkBytes = 0,
+                    Date start = kFrom, Date end = kTo) {
     extractor.setChunkBytes(chunkBytes);
     attach(extractor);
     if (!contents) return;
@@ -101,71 +96,58 @@ struct StoreRun : testing::CollectedObjects {
     return *this;
   }
   const LogStoreReadStatistics& stats() const { return extractor.lastReadStatistics(); }
+  std::vector<float> durations() const {
+    std::vector<float> d;
+    for (const auto& i : intervals) d.push_back(i->durationSeconds());
+    return d;
+  }
 };
 
-TEST(LogStoreExtractorTest, PairsWithinTheTableOfEachScopeAndBoot) {
-  const std::string otherBoot = "00000000000000000000000000000002";
-  StoreRun run(Lines({E().t(1).kind("begin").sid("7").in("process", 1, 10),
-                      E().t(2).kind("end").sid("7").in("process", 2, 10),   // other process
-                      E().t(3).kind("end").sid("7").in("process", 1, 11),   // same process
-                      E().t(1).kind("begin").sid("8").in("thread", 1, 10),
-                      E().t(2).kind("end").sid("8").in("thread", 1, 11),    // other thread
-                      E().t(4).kind("end").sid("8").in("thread", 1, 10),    // same thread
-                      E().t(1).kind("begin").sid("9").in("system", 1, 10),
-                      E().t(2).kind("end").sid("9").in("system", 3, 30).set("_BOOT_ID", otherBoot),
-                      E().t(6).kind("end").sid("9").in("system", 3, 30),   // any process
-                      E().t(1).kind("begin").sid("4").set("SIGNPOST_NAME", "Other"),
-                      E().t(2).kind("end").sid("4")}));                   // other name
-  ASSERT_TRUE(run.ok);
-  ASSERT_EQ(run.intervals.size(), 3u);
-  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.0f);
-  EXPECT_FLOAT_EQ(run.intervals[1]->durationSeconds(), 3.0f);
-  EXPECT_FLOAT_EQ(run.intervals[2]->durationSeconds(), 5.0f);
-  EXPECT_EQ(run.stats().unmatchedEnds, 4u);
-  EXPECT_EQ(run.stats().unclosedBegins, 1u);
-}
-
-TEST(LogStoreExtractorTest, KeepsTheFirstBeginAndNeedsBeginStrictlyBeforeEnd) {
+TEST(LogStoreExtractorTest, PairsWithinTheTableOfEachScopeAndBootTimedByTheBestClock) {
   testing::ScopedLogCapture capture;
-  StoreRun run(Lines({E().t(1).kind("begin"), E().t(2).kind("begin"), E().t(4).kind("end"),
-                      E().t(4).kind("end"), E().t(5).kind("begin"), E().t(5).kind("end"),
-                      E().t(7).kind("begin").sid("2")}));
-  ASSERT_EQ(run.intervals.size(), 1u);
-  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 3.0f);
+  StoreRun run(Lines({
+      E().t(1).kind("begin").sid("7").in("process", 1, 10),
+      E().t(2).kind("end").sid("7").in("process", 2, 10),   // other process
+      E().t(3).kind("end").sid("7").in("process", 1, 11),   // same process: 2 s
+      E().t(1).kind("begin").sid("8").in("thread", 1, 10),
+      E().t(2).kind("end").sid("8").in("thread", 1, 11),    // other thread
+      E().t(4).kind("end").sid("8").in("thread", 1, 10),    // same thread: 3 s
+      E().t(1).kind("begin").sid("9").in("system", 1, 10),
+      E().t(2).kind("end").sid("9").in("system", 3, 30).set("_BOOT_ID", "0002"),  // other boot
+      E().t(6).kind("end").sid("9").in("system", 3, 30),    // any process: 5 s
+      E().t(1).kind("begin").sid("4").set("SIGNPOST_NAME", "Other"),
+      E().t(2).kind("end").sid("4"),                        // other name
+      E().t(1).kind("begin").sid("5"), E().t(2).kind("begin").sid("5"),  // the first is kept
+      E().t(8).kind("end").sid("5"), E().t(8).kind("end").sid("5"),      // 7 s, then unmatched
+      E().t(9).kind("begin").sid("6"), E().t(9).kind("end").sid("6"),    // not strictly after
+      E().t(1).kind("begin").sid("18446744073709551615"),
+      E().t(2).kind("end").sid("18446744073709551614"),     // equal to it as doubles
+      E().t(3).kind("end").sid("18446744073709551615"),     // 2 s
+      E().t(4).kind("begin").sid("9223372036854775809"), E().t(5).kind("end").sid("9223372036854775809"),
+      // 100 s by the wall clock; CLOCK_BOOTTIME counts where both sides carry it, else the monotonic.
+      E().t(10).kind("begin").sid("11").set("SIGNPOST_BOOTTIME_NSEC", "1000000000"),
+      E().t(110).mono(17).kind("end").sid("11").set("SIGNPOST_BOOTTIME_NSEC", "3500000000"),
+      E().t(10).kind("begin").sid("12").set("SIGNPOST_BOOTTIME_NSEC", "1000000000"),
+      E().t(110).mono(17).kind("end").sid("12"),
+      E().t(10).kind("begin").sid("13"),
+      E().t(110).mono(10.25).kind("end").sid("13").set("SIGNPOST_BOOTTIME_NSEC", "9")}));
+  ASSERT_TRUE(run.ok);
+  EXPECT_EQ(run.durations(), (std::vector<float>{2, 3, 5, 7, 2, 1, 2.5, 7, 0.25}));
   // The line is written from the statistics, so it checks both.
   EXPECT_THAT(capture.log().messages(),
-              ::testing::ElementsAre(HasSubstr("1 duplicate begins, 1 unmatched ends, "
+              ::testing::ElementsAre(HasSubstr("1 duplicate begins, 6 unmatched ends, "
                                                "1 non-positive intervals, 1 unclosed begins")));
-}
-
-TEST(LogStoreExtractorTest, DurationsFromBoottimeWhenBothSidesCarryItElseMonotonic) {
-  // The wall clock says 100 s in each case; it must never be the one read.
-  auto pair = [](const std::string& id, std::optional<std::string> b, std::optional<std::string> e,
-                 double monoEnd) {
-    E begin = E().t(0).kind("begin").sid(id), end = E().t(100).kind("end").sid(id);
-    end.set("__MONOTONIC_TIMESTAMP", std::to_string(5000000000 + uint64_t(monoEnd * 1e6)));
-    if (b) begin.set("SIGNPOST_BOOTTIME_NSEC", *b);
-    if (e) end.set("SIGNPOST_BOOTTIME_NSEC", *e);
-    return Lines({begin, end});
-  };
-  StoreRun run(pair("1", "1000000000", "3500000000", 7) + pair("2", "1000000000", std::nullopt, 7) +
-               pair("3", std::nullopt, "9", 0.25));
-  ASSERT_EQ(run.intervals.size(), 3u);
-  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.5f);
-  EXPECT_FLOAT_EQ(run.intervals[1]->durationSeconds(), 7.0f);
-  EXPECT_FLOAT_EQ(run.intervals[2]->durationSeconds(), 0.25f);
 }
 
 TEST(LogStoreExtractorTest, AnimationCountsFramesStrictlyInsideAndEventsStillArrive) {
   StoreRun run(Lines({E().t(1).kind("begin").set("SIGNPOST_ANIMATION", "1"), E().t(1),  // at begin
                       E().t(1.5), E().t(2), E().t(2).sid("5"), E().t(2.5),
                       E().t(2.5).drop("MESSAGE_ID"),  // another program's: no frame
-                      E().t(3),  // at the end: not inside
+                      E().t(3),                       // at the end: not inside
                       E().t(3).kind("end"),
                       E().t(4).kind("begin").set("SIGNPOST_ANIMATION", "1"),
                       E().t(4.5).kind("end").set("SIGNPOST_ANIMATION", "1"),
-                      E().t(5).kind("begin").set("SIGNPOST_ANIMATION", "yes"),
-                      E().t(6).kind("end")}));
+                      E().t(5).kind("begin").set("SIGNPOST_ANIMATION", "yes"), E().t(6).kind("end")}));
   ASSERT_EQ(run.intervals.size(), 1u);  // only "1" opens an animation
   ASSERT_EQ(run.animations.size(), 2u);
   EXPECT_FLOAT_EQ(run.animations[0]->frameRate(), 1.5f);  // 3 frames in 2 s
@@ -173,33 +155,21 @@ TEST(LogStoreExtractorTest, AnimationCountsFramesStrictlyInsideAndEventsStillArr
   EXPECT_EQ(run.events.size(), 6u);
 }
 
-TEST(LogStoreExtractorTest, TelemetryOnTheEventOrEitherSideOfTheInterval) {
-  StoreRun run(Lines({E().t(1).set("SIGNPOST_TELEMETRY", "1"), E().t(1).set("SIGNPOST_TELEMETRY", "0"),
-                      E().t(1).set("SIGNPOST_TELEMETRY", "true"),
-                      E().t(2).kind("begin").sid("1"),
-                      E().t(3).kind("end").sid("1").set("SIGNPOST_TELEMETRY", "1"),
-                      E().t(2).kind("begin").sid("2").set("SIGNPOST_TELEMETRY", "1"),
-                      E().t(3).kind("end").sid("2"), E().t(2).kind("begin").sid("3"),
-                      E().t(3).kind("end").sid("3")}));
-  ASSERT_EQ(run.intervals.size(), 3u);
-  std::vector<bool> enabled;  // events, then intervals
-  for (const auto& e : run.events) enabled.push_back(e->telemetryEnabled());
-  for (const auto& i : run.intervals) enabled.push_back(i->telemetryEnabled());
-  EXPECT_EQ(enabled, (std::vector<bool>{true, false, false, true, true, false}));
-  EXPECT_FALSE(run.intervals[0]->beginEvent()->telemetryEnabled());
-}
-
-TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAndAttributesComeFromBoth) {
+TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAttributesAndTelemetryComeFromBoth) {
   E begin = E().t(1).kind("begin").set("SIGNPOST_STRING1_NAME", "Path")
                 .set("SIGNPOST_STRING1_VALUE", "Root").set("SIGNPOST_NUMBER1_NAME", "n")
                 .raw("SIGNPOST_ATTRIBUTE", R"(["Id=com.begin",[69,113,61,97,61,98],"Twice=1","Twice=2"])");
-  E end = E().t(2).kind("end").set("SIGNPOST_STRING1_NAME", "Path")
+  E end = E().t(2).kind("end").set("SIGNPOST_STRING1_NAME", "Path").set("SIGNPOST_TELEMETRY", "1")
               .set("SIGNPOST_STRING1_VALUE", "Ext").set("SIGNPOST_NUMBER1_NAME", "n")
               .set("SIGNPOST_NUMBER1_VALUE", "-3").set("SIGNPOST_STRING2_NAME", "Half")
               .raw("SIGNPOST_ATTRIBUTE", R"(["Id=com.end","Mode=fast","NoEquals"])")
               .set("_PID", "99").set("OBJECT_PID", "100").set("OBJECT_EXE", "/usr/bin/script");
-  StoreRun run(Lines({begin, end}));
-  ASSERT_EQ(run.intervals.size(), 1u);
+  StoreRun run(Lines({begin, end, E().t(3).set("SIGNPOST_TELEMETRY", "1").set("OBJECT_PID", "7"),
+                      E().t(3).set("SIGNPOST_TELEMETRY", "true"),
+                      E().t(4).kind("begin").sid("2").set("SIGNPOST_TELEMETRY", "1"),
+                      E().t(5).kind("end").sid("2"), E().t(4).kind("begin").sid("3"),
+                      E().t(5).kind("end").sid("3").set("SIGNPOST_TELEMETRY", "0")}));
+  ASSERT_EQ(run.intervals.size(), 3u);
   const SignpostInterval& i = *run.intervals[0];
   EXPECT_EQ(*i.string1Value(), "Root");
   EXPECT_EQ(*i.number1Value(), Number::fromInt64(-3));  // the begin has a name but no value
@@ -211,64 +181,44 @@ TEST(LogStoreExtractorTest, IntervalSlotsPreferTheBeginAndAttributesComeFromBoth
   EXPECT_EQ(*i.beginEvent()->processName(), "tester");
   EXPECT_EQ(*i.endEvent()->processImagePath(), "/usr/bin/script");
   EXPECT_FALSE(i.endEvent()->processName());  // OBJECT_COMM not given: no fallback to _COMM
-}
-
-TEST(LogStoreExtractorTest, IdentifiersAbove2To63KeepEveryBit) {
-  StoreRun run(Lines({E().t(1).kind("begin").sid("18446744073709551615"),
-                      E().t(2).kind("end").sid("18446744073709551614"),  // equal as doubles
-                      E().t(3).kind("end").sid("18446744073709551615"),
-                      E().t(4).kind("begin").sid("9223372036854775809"),
-                      E().t(5).kind("end").sid("9223372036854775809")}));
-  ASSERT_EQ(run.intervals.size(), 2u);
-  EXPECT_FLOAT_EQ(run.intervals[0]->durationSeconds(), 2.0f);
-  EXPECT_EQ(run.stats().unmatchedEnds, 1u);
+  EXPECT_FALSE(run.events[0]->processImagePath() || run.events[0]->processName());  // nor to _EXE
+  std::vector<bool> telemetry;  // events, then intervals and the first one's begin
+  for (const auto& e : run.events) telemetry.push_back(e->telemetryEnabled());
+  for (const auto& x : run.intervals) telemetry.push_back(x->telemetryEnabled());
+  telemetry.push_back(i.beginEvent()->telemetryEnabled());
+  EXPECT_EQ(telemetry, (std::vector<bool>{true, false, true, true, false, false}));
 }
 
 TEST(LogStoreExtractorTest, NumberArgumentsReadAsIntegerElseJsonFloatElseEmpty) {
   const std::vector<std::pair<std::string, std::optional<Number>>> cases = {
-      {"42", Number::fromInt64(42)},
-      {"+7", Number::fromInt64(7)},
+      {"42", Number::fromInt64(42)}, {"+7", Number::fromInt64(7)},
       {"-9223372036854775808", Number::fromInt64(INT64_MIN)},
       {"9223372036854775808", Number::fromUInt64(9223372036854775808u)},
       {"18446744073709551615", Number::fromUInt64(UINT64_MAX)},
       {"18446744073709551616", Number::fromDouble(18446744073709551616.0)},
       {"-9223372036854775809", Number::fromDouble(-9223372036854775809.0)},
-      {"0.5", Number::fromDouble(0.5)},
-      {"-1.25e2", Number::fromDouble(-125.0)},
+      {"0.5", Number::fromDouble(0.5)}, {"-1.25e2", Number::fromDouble(-125.0)},
       {"+18446744073709551615", std::nullopt},  // a sign asks for signed 64 bits
       {"+1.5", std::nullopt}, {"1.", std::nullopt}, {".5", std::nullopt},
       {"01.5", std::nullopt}, {"1e400", std::nullopt}, {"nan", std::nullopt},
       {"inf", std::nullopt}, {"0x10", std::nullopt}, {"1 ", std::nullopt}, {"", std::nullopt},
       {"--1", std::nullopt}};
-  for (const auto& [text, expected] : cases) {
-    StoreRun run(E().t(1).set("SIGNPOST_NUMBER2_NAME", "n").set("SIGNPOST_NUMBER2_VALUE", text)
-                     .json());
-    ASSERT_EQ(run.events.size(), 1u) << text;
-    EXPECT_EQ(run.events[0]->number2Value(), expected) << text;
+  std::vector<E> store;
+  for (const auto& c : cases) {
+    store.push_back(E().t(1).set("SIGNPOST_NUMBER2_NAME", "n").set("SIGNPOST_NUMBER2_VALUE", c.first));
+  }
+  StoreRun run(Lines(store));
+  ASSERT_EQ(run.events.size(), cases.size());
+  for (size_t i = 0; i < cases.size(); ++i) {
+    EXPECT_EQ(run.events[i]->number2Value(), cases[i].second) << cases[i].first;
   }
 }
 
-TEST(LogStoreExtractorTest, ReadsEveryValueShapeOfTheJsonForm) {
-  // A repeated name holding equal values is one value; a byte array is text
-  // when it decodes to text; null is an absent value; keys may be escaped.
-  const std::string store =
-      E().t(1).raw("SIGNPOST_SUBSYSTEM", "[99,111,109,46,116]")
-          .raw("SIGNPOST_NAME", R"(["Load","Load"])").raw("_EXE", "null").json() + "\n" +
-      E().t(2).drop("SIGNPOST_CATEGORY").raw("SIGNPOST\\u005fCATEGORY", "\"ui\"")
-          .set("SIGNPOST_STRING1_NAME", "Q").set("SIGNPOST_STRING1_VALUE", "\\\"x\\\" \\u00e9")
-          .json() + "\n";
-  for (size_t chunk : {size_t{0}, size_t{32}}) {
-    StoreRun run(store, chunk);
-    ASSERT_EQ(run.events.size(), 2u) << chunk;
-    EXPECT_EQ(*run.events[0]->subsystem(), "com.t");
-    EXPECT_EQ(*run.events[0]->name(), "Load");
-    EXPECT_FALSE(run.events[0]->processImagePath());
-    EXPECT_EQ(*run.events[1]->category(), "ui");
-    EXPECT_EQ(*run.events[1]->string1Value(), "\"x\" \xc3\xa9");
-  }
-}
-
-TEST(LogStoreExtractorTest, MalformedEntriesAreCountedInWindowAndSkipped) {
+// What is counted: signposts of the window (edges included, malformed ones
+// too), other programs' entries, entries without a time, lines that are no
+// JSON object (a lone surrogate escape makes one); and every value shape that
+// journalctl writes is read, wherever the reader's chunks end.
+TEST(LogStoreExtractorTest, CountsOnlySignpostEntriesInTheWindowAndPassesOverMalformedOnes) {
   const std::vector<E> malformed = {
       E().drop("SIGNPOST_TYPE"), E().kind("start"), E().drop("SIGNPOST_ID"), E().sid("-1"),
       E().sid("18446744073709551616"), E().sid("0x1"), E().sid(""),
@@ -276,32 +226,88 @@ TEST(LogStoreExtractorTest, MalformedEntriesAreCountedInWindowAndSkipped) {
       E().drop("SIGNPOST_SUBSYSTEM"), E().raw("SIGNPOST_CATEGORY", "null"),
       E().raw("SIGNPOST_TYPE", R"(["event","begin"])"),  // the journal keeps no order
       E().raw("SIGNPOST_NAME", "[76,255]"),               // not UTF-8
-      E().drop("_PID"), E().in("thread", 1, 1).drop("SIGNPOST_TID"),
-      E().raw("SIGNPOST_ID", "7"), E().raw("_PID", "{}")};
-  const std::string valid = E().t(1).in("system", 1, 1).drop("_PID").json() + "\n";
-  for (size_t i = 0; i < malformed.size(); ++i) {
-    StoreRun run(valid + E(malformed[i]).t(2).json() + "\n");
-    const bool parsedAsObject = i + 2 < malformed.size();  // the last two are bad JSON shapes
-    EXPECT_EQ(run.events.size(), 1u) << i;
-    EXPECT_EQ(run.stats().malformedRecords, parsedAsObject ? 1u : 0u) << i;
-    EXPECT_EQ(run.stats().nonObjectLines, parsedAsObject ? 0u : 1u) << i;
-    EXPECT_EQ(run.extractor.processedEventCount(), parsedAsObject ? 2u : 1u) << i;
+      E().drop("_PID"), E().in("thread", 1, 1).drop("SIGNPOST_TID")};
+  const std::vector<E> noObjects = {
+      E().raw("SIGNPOST_ID", "7"), E().raw("_PID", "{}"), E().raw("SIGNPOST_NAME", R"("Lo\ud800ad")"),
+      E().raw("SIGNPOST_CATEGORY", R"("x \udc00")"), E().raw("_COMM", R"("\ud83d")"),
+      E().raw("_EXE", R"("\udfff")"), E().raw("SIGNPOST_SCOPE", R"("\ud800process")")};
+  std::string store = "-- journal begins --\n[1,2]\n{\"MESSAGE\":\"broken\"\n" +
+                      Lines({E().t(-0.000001), E().t(0), E().t(5).set("MESSAGE_ID", "ffff"),
+                             E().t(5).drop("MESSAGE_ID"), E().t(5).drop("__REALTIME_TIMESTAMP"),
+                             E().t(6).set("__REALTIME_TIMESTAMP", "soon"), E().t(10),
+                             E().t(10.000001), E().t(7).raw("SIGNPOST_NAME", R"("\ud83d\ude00")"),
+                             // Equal values of a repeated name are one; bytes that are text are text.
+                             E().t(1).raw("SIGNPOST_SUBSYSTEM", "[99,111,109,46,116]")
+                                 .raw("SIGNPOST_NAME", R"(["Load","Load"])").raw("_EXE", "null"),
+                             E().t(2).drop("SIGNPOST_CATEGORY").raw("SIGNPOST\\u005fCATEGORY", "\"ui\"")
+                                 .set("SIGNPOST_STRING1_NAME", "Q")
+                                 .set("SIGNPOST_STRING1_VALUE", "\\\"x\\\" \\u00e9")});
+  for (E e : malformed) store += e.t(2).json() + "\n";
+  for (E e : noObjects) store += e.t(2).json() + "\n";
+  for (size_t chunk : {size_t{0}, size_t{32}}) {
+    SCOPED_TRACE(chunk);
+    StoreRun run(store, chunk, kBase, kBase + std::chrono::seconds(10));
+    ASSERT_EQ(run.events.size(), 5u);
+    EXPECT_EQ(run.events[2]->name(), "\xF0\x9F\x98\x80");
+    EXPECT_EQ(run.events[3]->subsystem(), "com.t");
+    EXPECT_EQ(run.events[3]->name(), "Load");
+    EXPECT_FALSE(run.events[3]->processImagePath());
+    EXPECT_EQ(run.events[4]->category(), "ui");
+    EXPECT_EQ(run.events[4]->string1Value(), "\"x\" \xc3\xa9");
+    EXPECT_EQ(run.extractor.processedEventCount(), 5u + malformed.size());
+    EXPECT_EQ(run.stats().recordsOutsideWindow, 2u);
+    EXPECT_EQ(run.stats().otherEntries, 2u);
+    EXPECT_EQ(run.stats().malformedRecords, 2u + malformed.size());  // no time: not processed
+    EXPECT_EQ(run.stats().nonObjectLines, 3u + noObjects.size());
   }
 }
 
-TEST(LogStoreExtractorTest, CountsOnlySignpostEntriesInTheWindowEdgesIncluded) {
-  const std::string store =
-      "-- journal begins --\n[1,2]\n{\"MESSAGE\":\"broken\"\n" +
-      Lines({E().t(-0.000001), E().t(0), E().t(5).set("MESSAGE_ID", "ffff"),
-             E().t(5).drop("MESSAGE_ID"), E().t(5).drop("__REALTIME_TIMESTAMP"),
-             E().t(6).set("__REALTIME_TIMESTAMP", "soon"), E().t(10), E().t(10.000001)});
-  StoreRun run(store, 0, kBase, kBase + std::chrono::seconds(10));
-  EXPECT_EQ(run.events.size(), 2u);
-  EXPECT_EQ(run.extractor.processedEventCount(), 2u);
-  EXPECT_EQ(run.stats().recordsOutsideWindow, 2u);
-  EXPECT_EQ(run.stats().otherEntries, 2u);
-  EXPECT_EQ(run.stats().malformedRecords, 2u);  // no realtime: malformed, not processed
-  EXPECT_EQ(run.stats().nonObjectLines, 3u);
+// The open begins are capped: the earliest makes room (counted, logged once
+// per processing), an end frees its place, the environment sets the cap.
+TEST(LogStoreExtractorTest, TheOpenIntervalCapDropsTheEarliestBegin) {
+  struct Case {
+    const char* what;
+    size_t cap;            // 0: from the environment
+    const char* envValue;  // nullptr: unset
+    const char* script;    // "b<n>": a begin of signpost n, named "S<n>", n s in; "e<n>": its end
+    std::vector<std::string> delivered;  // interval names, in order
+    uint64_t dropped, unmatchedEnds;
+  } cases[] = {
+      {"the earliest begin makes room", 2, nullptr, "b1 b2 b3 e1 e2 e3", {"S2", "S3"}, 1, 1},
+      {"a late begin older than all open ones is itself dropped", 2, nullptr, "b2 b3 b1 e1 e2 e3",
+       {"S2", "S3"}, 1, 1},
+      {"an end frees its place", 2, nullptr, "b1 e1 b2 b3 e3 e2", {"S1", "S3", "S2"}, 0, 0},
+      {"the environment sets the cap", 0, "1", "b1 b2 e2 e1", {"S2"}, 1, 1},
+      {"a bad value leaves the default", 0, "1x", "b1 b2 e2 e1", {"S2", "S1"}, 0, 0},
+      {"many drops, one line", 1, nullptr, "b1 b2 b3 b4 b5", {}, 4, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::vector<E> store;
+    std::istringstream script(c.script);
+    for (std::string w; script >> w;) {
+      const bool begin = w[0] == 'b';
+      store.push_back(E().t(begin ? std::stoi(w.substr(1)) : 10 + store.size()).sid(w.substr(1))
+                          .kind(begin ? "begin" : "end").set("SIGNPOST_NAME", "S" + w.substr(1)));
+    }
+    testing::ScopedEnv env(LogStoreExtractor::kMaxOpenIntervalsVariable, c.envValue);
+    testing::ScopedLogCapture capture(LogLevel::Info);
+    StoreRun run;
+    run.extractor.setMaxOpenIntervals(c.cap);
+    WriteFile(run.dir.file("s.json"), Lines(store));
+    for (int pass = 1; pass <= 2; ++pass) {  // each processing counts and logs afresh
+      ASSERT_TRUE(run.read(run.dir.file("s.json")).ok);
+      EXPECT_EQ(run.stats().droppedOpenBegins, c.dropped);
+      EXPECT_EQ(run.stats().unmatchedEnds, c.unmatchedEnds);
+      const std::vector<std::string> lines = capture.log().messages();
+      EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                              [](const std::string& m) { return m.find("reached the cap") != m.npos; }),
+                c.dropped ? pass : 0);
+    }
+    std::vector<std::string> names;
+    for (size_t i = 0; i < run.intervals.size() / 2; ++i) names.push_back(*run.intervals[i]->name());
+    EXPECT_EQ(names, c.delivered);
+  }
 }
 
 TEST(LogStoreExtractorTest, StoreFormsAndTheirErrors) {
@@ -318,55 +324,22 @@ TEST(LogStoreExtractorTest, StoreFormsAndTheirErrors) {
   EXPECT_TRUE(run.events.empty());
   EXPECT_EQ(run.stats().files, 2u);
 
-  // A file named neither way is read as JSON lines unless it starts like a
-  // journal file.
+  // A file named neither way is read as JSON lines unless it starts like a journal file.
   ASSERT_TRUE(run.read(run.dir.file("c.txt")).ok);
   EXPECT_EQ(run.events.size(), 1u);
   WriteFile(run.dir.file("fake"), std::string("LPKSHHRH") + std::string(300, '\0'));
-  EXPECT_FALSE(run.read(run.dir.file("fake")).ok);
-  EXPECT_THAT(run.error->localizedDescription(), HasSubstr("journal " + run.dir.file("fake")));
-
-  for (const char* bad : {"absent", "mixed"}) {
-    if (std::string(bad) == "mixed") {
-      std::filesystem::create_directory(run.dir.file("mixed"));
-      WriteFile(run.dir.file("mixed/system.journal"), "");
-      WriteFile(run.dir.file("mixed/s.json"), "");
-    }
+  std::filesystem::create_directory(run.dir.file("mixed"));
+  WriteFile(run.dir.file("mixed/system.journal"), "");
+  WriteFile(run.dir.file("mixed/s.json"), "");
+  for (const std::string bad : {"fake", "absent", "mixed"}) {
     run.error.reset();
     EXPECT_FALSE(run.read(run.dir.file(bad)).ok) << bad;
     ASSERT_TRUE(run.error) << bad;
-    EXPECT_THAT(run.error->localizedDescription(), HasSubstr(run.dir.file(bad)));
+    EXPECT_THAT(run.error->localizedDescription(),
+                HasSubstr((bad == "fake" ? "journal " : "") + run.dir.file(bad)));
   }
   testing::ScopedEnv empty(LogStoreExtractor::kStoreEnvironmentVariable, "");
   EXPECT_EQ(LogStoreExtractor::configuredStorePath(), std::nullopt);
-}
-
-TEST(LogStoreExtractorTest, StopFromAnotherThreadEndsAtTheNextEntry) {
-  std::vector<E> entries;
-  for (int i = 0; i < 100; ++i) entries.push_back(E().t(i * 0.01));
-  TempDir dir;
-  WriteFile(dir.file("s.json"), Lines(entries));
-  StoreRun run;
-  run.extractor.setEmitEventProcessingBlock([&](auto e) {
-    run.events.push_back(e);
-    if (run.events.size() == 10) {
-      std::thread([&] {
-        run.extractor.stopProcessing();
-        run.extractor.stopProcessing();
-      }).join();
-    }
-    return true;
-  });
-  EXPECT_TRUE(run.read(dir.file("s.json")).ok);
-  EXPECT_EQ(run.events.size(), 10u);
-
-  // A stop before processing ends the next one at once, and only that one.
-  StoreRun early;
-  early.extractor.stopProcessing();
-  EXPECT_TRUE(early.read(dir.file("s.json")).ok);
-  EXPECT_TRUE(early.events.empty());
-  early.read(dir.file("s.json"));
-  EXPECT_EQ(early.events.size(), 100u);
 }
 
 // `record` grown to exactly `bytes` bytes by an unknown field.
@@ -382,20 +355,13 @@ TEST(LogStoreExtractorTest, RecordsOverOneMebibyteAreCountedAsMalformedAndSkippe
   ASSERT_EQ(atLimit.size(), 1048576u);
   ASSERT_EQ(overLimit.size(), 1048577u);
   const std::string after = E().t(3).json();
-  struct Case {
-    const char* framing;
-    std::string store;
-  } cases[] = {
-      {"lines", atLimit + "\n" + overLimit + "\n" + after + "\n"},
-      {"array", "[" + atLimit + ",\n" + overLimit + ",\n" + after + "]"},
-  };
-  for (const Case& c : cases) {
+  for (const std::string& store : {atLimit + "\n" + overLimit + "\n" + after + "\n",
+                                   "[" + atLimit + ",\n" + overLimit + ",\n" + after + "]"}) {
     for (size_t chunk : {size_t{0}, size_t{4096}}) {
-      SCOPED_TRACE(std::string(c.framing) + ", chunk " + std::to_string(chunk));
-      StoreRun run(c.store, chunk);
+      SCOPED_TRACE(store.substr(0, 1) + ", chunk " + std::to_string(chunk));
+      StoreRun run(store, chunk);
       ASSERT_TRUE(run.ok);
       ASSERT_EQ(run.events.size(), 2u);
-      EXPECT_EQ(run.events[1]->durationSeconds(), 0.0f);
       EXPECT_EQ(run.stats().malformedRecords, 1u);
       EXPECT_EQ(run.stats().nonObjectLines, 0u);
       EXPECT_EQ(run.extractor.processedEventCount(), 2u);
@@ -403,59 +369,18 @@ TEST(LogStoreExtractorTest, RecordsOverOneMebibyteAreCountedAsMalformedAndSkippe
   }
 }
 
-// A lone surrogate escape is no character: the line is broken JSON, counted
-// and passed over, never delivered with the field left out. A proper pair
-// decodes.
-TEST(LogStoreExtractorTest, LoneSurrogateEscapeMakesTheRecordMalformed) {
-  struct Case {
-    const char* field;
-    const char* from;
-    const char* to;
-  } cases[] = {
-      {"name", "\"SIGNPOST_NAME\":\"Load\"", "\"SIGNPOST_NAME\":\"Lo\\ud800ad\""},
-      {"category", "\"SIGNPOST_CATEGORY\":\"ui\"", "\"SIGNPOST_CATEGORY\":\"x \\udc00\""},
-      {"command", "\"_COMM\":\"tester\"", "\"_COMM\":\"\\ud83d\""},
-      {"image path", "\"_EXE\":\"", "\"_EXE\":\"\\udfff"},
-      {"scope", "\"SIGNPOST_SCOPE\":\"process\"", "\"SIGNPOST_SCOPE\":\"\\ud800process\""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.field);
-    std::string bad = E().t(1).json();
-    ASSERT_NE(bad.find(c.from), std::string::npos);
-    bad.replace(bad.find(c.from), std::string(c.from).size(), c.to);
-    StoreRun run(bad + "\n");
-    EXPECT_TRUE(run.events.empty());
-    EXPECT_EQ(run.stats().nonObjectLines, 1u);
-    EXPECT_EQ(run.extractor.processedEventCount(), 0u);
-  }
-  std::string pair = E().t(1).json();
-  pair.replace(pair.find("\"Load\""), 6, "\"\\ud83d\\ude00\"");
-  StoreRun run(pair + "\n");
-  ASSERT_EQ(run.events.size(), 1u);
-  EXPECT_EQ(run.events[0]->name(), "\xF0\x9F\x98\x80");
+// Runs `read` on a detached thread, so that a read that never returns fails
+// the test instead of hanging it; `read` is let go before the future is ready.
+std::future<void> Detached(std::function<void()> read) {
+  auto done = std::make_shared<std::promise<void>>();
+  std::future<void> finished = done->get_future();
+  std::thread([done, read = std::move(read)]() mutable {
+    read();
+    read = nullptr;
+    done->set_value();
+  }).detach();
+  return finished;
 }
-
-// Runs `read` on a detached thread of its own, so that a read that never
-// returns fails the test instead of hanging it; the thread holds only what it
-// was given, and lets go of it before the returned future is ready.
-class Background final {
- public:
-  explicit Background(std::function<void()> read) {
-    auto done = std::make_shared<std::promise<void>>();
-    finished_ = done->get_future();
-    std::thread([done, read = std::move(read)]() mutable {
-      read();
-      read = nullptr;
-      done->set_value();
-    }).detach();
-  }
-  bool returnedWithin(std::chrono::milliseconds limit) {
-    return finished_.wait_for(limit) == std::future_status::ready;
-  }
-
- private:
-  std::future<void> finished_;
-};
 
 TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   TempDir dir;
@@ -464,8 +389,8 @@ TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   for (const std::string& path : {fifo, std::string("/dev/zero"), std::string("/dev/urandom")}) {
     SCOPED_TRACE(path);
     auto run = std::make_shared<StoreRun>();
-    Background reading([run, path] { run->read(path); });
-    if (!reading.returnedWithin(std::chrono::seconds(3))) {
+    std::future<void> reading = Detached([run, path] { run->read(path); });
+    if (reading.wait_for(std::chrono::seconds(3)) != std::future_status::ready) {
       run->extractor.stopProcessing();
       const int writer = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);  // frees a blocked open
       ADD_FAILURE() << "reading " << path << " did not return";
@@ -484,54 +409,39 @@ TEST(LogStoreExtractorTest, RefusesSpecialFilesAtOnceNamingThePath) {
   EXPECT_EQ(run.events.size(), 1u);
 }
 
-// Standard input as the store: records are read from it, and a stop request
-// ends the read within a second, also inside a line that never ends (an
-// endless device) or that its writer leaves unfinished (a pipe).
+// Standard input as the store; a stop ends the read within a second, also inside an endless line.
 TEST(LogStoreExtractorTest, ReadsStandardInputAndStopsInsideAnEndlessLine) {
-  struct Input {
+  const struct {
     const char* what;
-    std::function<int()> open;  // the descriptor to read as standard input
-    bool stop;
+    std::string piped;  // "": /dev/zero
+    bool endless;       // the line never ends: the writer stays, or the device
     size_t events;
-  };
-  int writer = -1;
-  auto pipeWith = [&writer](const std::string& text, bool close) {
-    int fds[2];
-    if (::pipe(fds) != 0) return -1;
-    if (::write(fds[1], text.data(), text.size()) != static_cast<ssize_t>(text.size())) return -1;
-    if (close) {
-      ::close(fds[1]);
-    } else {
-      writer = fds[1];
-    }
-    return fds[0];
-  };
-  const Input inputs[] = {
-      {"a pipe that ends", [&] { return pipeWith(Lines({E().t(1), E().t(2)}), true); }, false, 2},
-      {"a pipe left mid-line", [&] { return pipeWith(Lines({E().t(1)}) + "{\"time", false); },
-       true, 1},
-      {"/dev/zero", [] { return ::open("/dev/zero", O_RDONLY); }, true, 0},
-  };
+  } inputs[] = {{"a pipe that ends", Lines({E().t(1), E().t(2)}), false, 2},
+                {"a pipe left mid-line", Lines({E().t(1)}) + "{\"time", true, 1},
+                {"/dev/zero", "", true, 0}};
   const int savedStdin = ::dup(STDIN_FILENO);
-  for (const Input& input : inputs) {
+  for (const auto& input : inputs) {
     SCOPED_TRACE(input.what);
-    const int fd = input.open();
-    ASSERT_GE(fd, 0);
-    ASSERT_EQ(::dup2(fd, STDIN_FILENO), STDIN_FILENO);
-    ::close(fd);
+    int fds[2] = {::open("/dev/zero", O_RDONLY), -1};
+    if (!input.piped.empty()) {
+      ::close(fds[0]);
+      ASSERT_EQ(::pipe(fds), 0);
+      ASSERT_EQ(::write(fds[1], input.piped.data(), input.piped.size()), ssize_t(input.piped.size()));
+      if (!input.endless) ::close(std::exchange(fds[1], -1));
+    }
+    ASSERT_EQ(::dup2(fds[0], STDIN_FILENO), STDIN_FILENO);
+    ::close(fds[0]);
     auto run = std::make_shared<StoreRun>();
-    Background reading([run] { run->read("-"); });
-    std::chrono::milliseconds limit(3000);
-    if (input.stop) {
+    std::future<void> reading = Detached([run] { run->read("-"); });
+    if (input.endless) {
       std::this_thread::sleep_for(std::chrono::milliseconds(300));  // well inside the line
       run->extractor.stopProcessing();
-      limit = std::chrono::milliseconds(1000);
     }
-    const bool returned = reading.returnedWithin(limit);
-    // The reader took its own copy of standard input when it began.
-    ::dup2(savedStdin, STDIN_FILENO);
-    if (writer >= 0) ::close(std::exchange(writer, -1));
-    ASSERT_TRUE(returned) << "still reading " << limit.count() << " ms later";
+    const bool returned = reading.wait_for(std::chrono::milliseconds(input.endless ? 1000 : 3000)) ==
+                          std::future_status::ready;
+    ::dup2(savedStdin, STDIN_FILENO);  // the reader took its own copy when it began
+    if (fds[1] >= 0) ::close(fds[1]);
+    ASSERT_TRUE(returned) << "still reading";
     EXPECT_TRUE(run->ok);
     EXPECT_EQ(run->events.size(), input.events);
   }

@@ -12,62 +12,42 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "tests/support/JournalFiles.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/signpost/CollectedObjects.h"
 
 namespace lumvane {
 namespace {
 
-// 2024-05-01 12:00:00 +02:00.
-const Date kEnd{std::chrono::seconds(1714557600)};
+const Date kEnd{std::chrono::seconds(1714557600)};  // 2024-05-01 12:00:00 +02:00
 constexpr char kJournalctl[] = "/usr/bin/journalctl";
-
-// One JSON line as field -> value text: a string as itself, null as
-// "(null)", an array (of strings or of byte numbers) as its sorted elements
-// joined by "|", since the journal keeps no order among repeated fields.
-// The cursor is left out: systemd-journal-remote writes its own.
 using Entry = std::map<std::string, std::string>;
-std::optional<Entry> Canonical(simdjson::ondemand::parser& parser, const std::string& line) {
-  simdjson::padded_string padded(line);
-  simdjson::ondemand::document doc;
-  simdjson::ondemand::object object;
-  if (parser.iterate(padded).get(doc) || doc.get_object().get(object)) return std::nullopt;
-  Entry entry;
-  for (auto field : object) {
-    std::string_view key;
-    simdjson::ondemand::value v;
-    if (field.unescaped_key().get(key) || field.value().get(v)) return std::nullopt;
-    if (key == "__CURSOR") continue;
-    bool isNull = false;
-    simdjson::ondemand::json_type type;
-    if (v.type().get(type)) return std::nullopt;
-    std::string text;
-    if (type == simdjson::ondemand::json_type::null && !v.is_null().get(isNull) && isNull) {
-      text = "(null)";
-    } else if (type == simdjson::ondemand::json_type::array) {
+
+// JSON lines as field -> JSON text, arrays sorted (the journal keeps no order among repeated
+// fields), the cursor left out (systemd-journal-remote writes its own); non-objects go to `broken`.
+std::vector<Entry> Entries(const std::string& text, uint64_t* broken) {
+  simdjson::dom::parser parser;
+  std::vector<Entry> entries;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    simdjson::dom::object object;
+    if (parser.parse(line).get(object) != simdjson::SUCCESS) {
+      ++*broken;
+      continue;
+    }
+    Entry& entry = entries.emplace_back();
+    for (auto [key, value] : object) {
       std::vector<std::string> items;
-      simdjson::ondemand::array array;
-      if (v.get_array().get(array)) return std::nullopt;
-      for (auto item : array) {
-        std::string_view raw;
-        if (item.raw_json_token().get(raw)) return std::nullopt;
-        items.emplace_back(raw);
+      simdjson::dom::array array;
+      if (value.get(array) == simdjson::SUCCESS) {
+        for (auto item : array) items.push_back(simdjson::minify(item));
+      } else {
+        items.push_back(simdjson::minify(value));
       }
       std::sort(items.begin(), items.end());
-      for (const auto& i : items) text += i + "|";
-    } else {
-      std::string_view s;
-      if (v.get_string().get(s)) return std::nullopt;
-      text = s;
+      for (const std::string& i : items) entry[std::string(key)] += i + "|";
     }
-    entry.emplace(std::string(key), text);
+    entry.erase("__CURSOR");
   }
-  return entry;
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
+  return entries;
 }
 
 SignpostStoreCounts Generate(SignpostStoreGeneratorOptions o, const std::string& path) {
@@ -96,39 +76,26 @@ TEST(SignpostStoreGeneratorTest, JsonFormIsWhatJournalctlPrintsAndTheReaderFinds
   EXPECT_EQ(ce.signposts, c.signposts);
 
   ASSERT_TRUE(std::filesystem::create_directory(dir.file("journal")));
-  ASSERT_NE(testing::MakeJournalFile(dir.file("journal"), "day",
-                                     testing::ReadFile(dir.file("day.export"))),
+  ASSERT_NE(testing::MakeJournalFile(dir.file("journal"), "day", testing::ReadFile(dir.file("day.export"))),
             "");
   testing::ChildProcess journalctl({kJournalctl, "-D", dir.file("journal"), "-o", "json"}, {},
                                    dir.file("journalctl"));
   ASSERT_EQ(journalctl.wait(std::chrono::seconds(60)), 0) << journalctl.err();
 
-  simdjson::ondemand::parser parser;
-  std::vector<Entry> ours, printed;
-  uint64_t broken = 0, signposts = 0;
-  const std::string kSignpostId = "0c7e0296aa5f4fc7af2af7a970a22d31";
+  uint64_t broken = 0, printedBroken = 0, signposts = 0;
+  const std::vector<Entry> ours = Entries(testing::ReadFile(dir.file("a.json")), &broken);
+  const std::vector<Entry> printed = Entries(journalctl.out(), &printedBroken);
   const uint64_t first = (kEnd - std::chrono::hours(24)).time_since_epoch().count();
   const uint64_t last = kEnd.time_since_epoch().count();
-  const std::vector<std::string> lines = Lines(testing::ReadFile(dir.file("a.json")));
-  EXPECT_EQ(lines.size(), c.records);
-  for (const std::string& line : lines) {
-    std::optional<Entry> e = Canonical(parser, line);
-    if (!e) {
-      ++broken;
-      continue;
-    }
-    signposts += e->count("MESSAGE_ID") && e->at("MESSAGE_ID") == kSignpostId;
-    const uint64_t at = std::stoull(e->at("__REALTIME_TIMESTAMP"));
-    EXPECT_TRUE(at >= first && at <= last) << line;
-    ours.push_back(std::move(*e));
+  for (const Entry& e : ours) {
+    signposts += e.count("MESSAGE_ID") && e.at("MESSAGE_ID") == "\"0c7e0296aa5f4fc7af2af7a970a22d31\"|";
+    const uint64_t at = std::stoull(e.at("__REALTIME_TIMESTAMP").substr(1));
+    EXPECT_TRUE(at >= first && at <= last) << at;
   }
-  for (const std::string& line : Lines(journalctl.out())) {
-    std::optional<Entry> e = Canonical(parser, line);
-    ASSERT_TRUE(e) << line;
-    printed.push_back(std::move(*e));
-  }
+  EXPECT_EQ(ours.size() + broken, c.records);
   EXPECT_EQ(broken, c.brokenLines);
   EXPECT_GT(broken, 0u);
+  EXPECT_EQ(printedBroken, 0u);
   EXPECT_EQ(signposts, c.signposts);
   EXPECT_NEAR(static_cast<double>(signposts) / c.records, 0.7, 0.05);
   ASSERT_EQ(ours.size(), printed.size());
@@ -139,21 +106,18 @@ TEST(SignpostStoreGeneratorTest, JsonFormIsWhatJournalctlPrintsAndTheReaderFinds
   ASSERT_GT(c.unmatchedEnds, 0u);
   for (const std::string& store : {dir.file("a.json"), dir.file("journal")}) {
     LogStoreExtractor extractor;
-    uint64_t intervals = 0, animations = 0, events = 0, telemetry = 0;
-    extractor.setIntervalCompletionProcessingBlock(
-        [&](auto i) { return ++intervals, telemetry += i->telemetryEnabled(), true; });
-    extractor.setAnimationIntervalCompletionProcessingBlock(
-        [&](auto i) { return ++animations, telemetry += i->telemetryEnabled(), true; });
-    extractor.setEmitEventProcessingBlock(
-        [&](auto e) { return ++events, telemetry += e->telemetryEnabled(), true; });
-    std::optional<Error> error;
-    ASSERT_TRUE(
-        extractor.processLogArchiveWithPath(store, kEnd - std::chrono::hours(24), kEnd, &error))
-        << store << ": " << (error ? error->localizedDescription() : "");
+    testing::CollectedObjects got;
+    got.attach(extractor);
+    ASSERT_TRUE(extractor.processLogArchiveWithPath(store, kEnd - std::chrono::hours(24), kEnd, nullptr))
+        << store;
+    uint64_t telemetry = 0;
+    for (const auto& i : got.intervals) telemetry += i->telemetryEnabled();
+    for (const auto& a : got.animations) telemetry += a->telemetryEnabled();
+    for (const auto& e : got.events) telemetry += e->telemetryEnabled();
     EXPECT_EQ(extractor.processedEventCount(), c.signposts) << store;
-    EXPECT_EQ(intervals, c.intervals) << store;
-    EXPECT_EQ(animations, c.animationIntervals) << store;
-    EXPECT_EQ(events, c.events) << store;
+    EXPECT_EQ(got.intervals.size(), c.intervals) << store;
+    EXPECT_EQ(got.animations.size(), c.animationIntervals) << store;
+    EXPECT_EQ(got.events.size(), c.events) << store;
     EXPECT_EQ(telemetry, c.telemetryObjects) << store;
   }
 
