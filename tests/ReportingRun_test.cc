@@ -110,11 +110,6 @@ class ReportingRunTest : public ::testing::Test {
     auto m = Messages();
     return static_cast<size_t>(std::find(m.begin(), m.end(), text) - m.begin());
   }
-  Lines EventNames() {
-    Lines names;
-    for (const auto& e : sink_->events()) names.push_back(e.name);
-    return names;
-  }
 
   testing::ScopedLogCapture capture_;
   testing::ScopedInternalDiagnostics diagnostics_{false};
@@ -195,6 +190,7 @@ TEST_F(ReportingRunTest, SendsEachAcceptedObjectOfTheLastDayTwiceWithBootKeysThe
   std::optional<std::pair<Date, Date>> asked;
   hook_ = [&](size_t i) {
     if (i == 0) {
+      EXPECT_TRUE(testing::PathExists(guard_.path())) << "no guard file while processing";
       EXPECT_FALSE(Extractor()->lastPath()) << "the run must read the machine's own store";
       EXPECT_FALSE(Extractor()->buildAnimationCompositeIntervalTimelines());
       asked.emplace(Extractor()->lastStartDate(), Extractor()->lastEndDate());
@@ -210,7 +206,9 @@ TEST_F(ReportingRunTest, SendsEachAcceptedObjectOfTheLastDayTwiceWithBootKeysThe
     expected.insert(expected.end(), {"com.orvel.performance.signpost",
                                      std::string("sp__com.orvel.test__cat__") + name});
   }
-  EXPECT_EQ(EventNames(), expected);
+  Lines names;
+  for (const auto& e : sink_->events()) names.push_back(e.name);
+  EXPECT_EQ(names, expected);
   const Value* fs = sink_->events().at(0).payload.find("BootPartitionFS");
   EXPECT_TRUE(fs && fs->asString() && *fs->asString() == "ext4");
   // The day before the first reading of the clock, up to the second reading.
