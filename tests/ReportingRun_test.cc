@@ -278,6 +278,8 @@ TEST_F(ReportingRunTest, DeferralPollStopsTheExtractorOnlyWhenAskedAndNeverKeeps
   EXPECT_LT(IndexOf(stop), IndexOf(concluded));
   ASSERT_EQ(reports_.size(), 1u);
   EXPECT_TRUE(reports_[0].wasInterrupted);
+  EXPECT_TRUE(reports_[0].guardPresent) << "guard file removed before the report";
+  EXPECT_FALSE(testing::PathExists(guard_.path()));
   EXPECT_EQ(scheduler_.calls(), Lines(3, "shouldDefer")) << "the run itself sets no activity state";
 
   // A poll handler left over after the run neither kept the extractor alive nor reaches it now.
