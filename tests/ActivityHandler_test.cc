@@ -8,9 +8,6 @@
 namespace lumvane {
 namespace {
 
-const std::string kBegin = "beginTransaction:com.orvel.signpost.lumvane_activity transaction";
-const std::string kEnd = "endTransaction:com.orvel.signpost.lumvane_activity transaction";
-
 TEST(ActivityHandlerTest, CallsTheSchedulerInOrderInsideOneTransactionForEachState) {
   using Lines = std::vector<std::string>;
   struct Case {
@@ -21,17 +18,14 @@ TEST(ActivityHandlerTest, CallsTheSchedulerInOrderInsideOneTransactionForEachSta
   std::vector<Case> cases = {
       {kActivityStateRun, false, true, {"shouldDefer", "run"}, {}},
       // An accepted defer skips the run; a refused one runs all the same.
-      {kActivityStateRun, true, true, {"shouldDefer", "setActivityState:3"},
-       {"Deferred lumvane\n"}},
+      {kActivityStateRun, true, true, {"shouldDefer", "setActivityState:3"}, {"Deferred lumvane\n"}},
       {kActivityStateRun, true, false, {"shouldDefer", "setActivityState:3", "run"}, {}},
-      // Other states only log, whatever deferral would say.
       {kActivityStateCheckIn, true, true, {}, {"Checking in\n"}}};
   for (ActivityState other : {1L, 3L, 4L, 5L, -1L}) {
     cases.push_back({other, true, true, {}, {"Unknown state " + std::to_string(other) + "\n"}});
   }
   for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << "state " << c.state << " shouldDefer " << c.shouldDefer
-                                      << " acceptsDefer " << c.acceptsDefer);
+    SCOPED_TRACE(::testing::Message() << c.state << " defer " << c.shouldDefer << c.acceptsDefer);
     testing::ScopedLogCapture capture;
     RecordingActivityScheduler scheduler;
     scheduler.registerActivity(kLumvaneActivityIdentifier, ActivityCriteria::CheckIn,
@@ -40,20 +34,20 @@ TEST(ActivityHandlerTest, CallsTheSchedulerInOrderInsideOneTransactionForEachSta
     scheduler.setState(c.state);
     scheduler.setShouldDefer(c.shouldDefer);
     scheduler.setAcceptsDefer(c.acceptsDefer);
-    std::vector<size_t> runsAt;  // how many scheduler calls came before each run
     auto activity = scheduler.activity();
+    long runAt = -1;  // how many scheduler calls came before the run
     handleActivity(scheduler, activity, [&](const std::shared_ptr<Activity>& given) {
       EXPECT_EQ(given, activity);
-      runsAt.push_back(scheduler.calls().size());
+      EXPECT_EQ(runAt, -1) << "ran twice";
+      runAt = static_cast<long>(scheduler.calls().size());
     });
     EXPECT_EQ(activity.use_count(), 2) << "the handler kept the activity handle";
     Lines calls = scheduler.calls();
-    for (auto at = runsAt.rbegin(); at != runsAt.rend(); ++at) {
-      calls.insert(calls.begin() + static_cast<long>(*at), "run");
-    }
-    Lines expected{kBegin, "activityState"};
+    if (runAt >= 0) calls.insert(calls.begin() + runAt, "run");
+    const std::string name = "com.orvel.signpost.lumvane_activity transaction";
+    Lines expected{"beginTransaction:" + name, "activityState"};
     expected.insert(expected.end(), c.between.begin(), c.between.end());
-    expected.insert(expected.end(), {"exitWhenClean", kEnd});
+    expected.insert(expected.end(), {"exitWhenClean", "endTransaction:" + name});
     EXPECT_EQ(calls, expected);
     EXPECT_EQ(capture.log().messages(), c.messages);
   }

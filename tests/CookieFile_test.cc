@@ -24,7 +24,6 @@ TEST(CookieFileTest, CreatesOnceAndClearsWhatItCreatedOrFound) {
   EXPECT_TRUE(cookie.createCookieFile());
   EXPECT_EQ(fs::file_size(cookie.path()), 0u);
   EXPECT_FALSE(cookie.createCookieFile());
-  EXPECT_TRUE(cookie.cookieFileExists());
   cookie.clearCookieFile();
   EXPECT_FALSE(testing::PathExists(cookie.path()));
 
@@ -35,29 +34,23 @@ TEST(CookieFileTest, CreatesOnceAndClearsWhatItCreatedOrFound) {
   cookie.clearCookieFile();
   EXPECT_FALSE(testing::PathExists(cookie.path()));
   EXPECT_EQ(capture.log().messages(),
-            (Lines{"Created cookie file", "Cleared cookie file",
-                   "Cookie file exists but is directory", "Cookie file exists but is directory",
-                   "Cleared cookie file"}));
+            (Lines{"Created cookie file", "Cleared cookie file", "Cookie file exists but is directory",
+                   "Cookie file exists but is directory", "Cleared cookie file"}));
 }
 
 TEST(CookieFileTest, SymbolicLinksAreNeverFollowed) {
   testing::TempDir dir;
-  std::string path = dir.file("lumvane_running");
-  std::string target = dir.file("victim");
+  const std::string path = dir.file("lumvane_running"), target = dir.file("victim");
   ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0);
-
-  // Creation refuses a dangling link and does not create its target.
+  // Creation refuses a dangling link, saying where, and does not create its target.
   std::optional<Error> error;
   EXPECT_FALSE(DefaultFileManager().createFileAtPath(path, &error));
-  ASSERT_TRUE(error.has_value());
-  EXPECT_NE(error->localizedDescription().find(path), std::string::npos);
+  EXPECT_NE(error.value_or(Error("")).localizedDescription().find(path), std::string::npos);
   CookieFile cookie(path);
-  EXPECT_TRUE(cookie.cookieFileExists());  // a dangling link is something
+  EXPECT_TRUE(cookie.cookieFileExists());
   EXPECT_FALSE(cookie.createCookieFile());
   EXPECT_FALSE(testing::PathExists(target));
-
-  // Clearing removes a link to a directory, not the directory; removing a
-  // tree leaves alone what a link inside it points to.
+  // Clearing removes a link to a directory, or a tree holding one, never what it points to.
   fs::create_directory(target);
   testing::WriteFile(target + "/keep", "k");
   cookie.clearCookieFile();
@@ -69,28 +62,21 @@ TEST(CookieFileTest, SymbolicLinksAreNeverFollowed) {
   EXPECT_EQ(testing::ReadFile(target + "/keep"), "k");
 }
 
-// Fails every removal, with or without a reason.
-class FailingRemoval final : public FileManager {
- public:
-  explicit FailingRemoval(std::optional<Error> reason) : reason_(std::move(reason)) {}
-  bool fileExistsAtPath(const std::string&, bool* isDirectory) const override {
-    if (isDirectory) *isDirectory = false;
-    return true;
-  }
+// Something is always present, and every removal fails with `reason`.
+struct FailingRemoval final : FileManager {
+  explicit FailingRemoval(std::optional<Error> r) : reason(std::move(r)) {}
+  bool fileExistsAtPath(const std::string&, bool*) const override { return true; }
   bool createFileAtPath(const std::string&, std::optional<Error>*) override { return false; }
   bool removeItemAtPath(const std::string&, std::optional<Error>* errorOut) override {
-    *errorOut = reason_;
+    *errorOut = reason;
     return false;
   }
-
- private:
-  std::optional<Error> reason_;
+  std::optional<Error> reason;
 };
 
 TEST(CookieFileTest, FailedClearIsAnErrorWithTheReason) {
   testing::ScopedLogCapture capture;
-  FailingRemoval withReason(Error("cannot remove /x: Permission denied"));
-  FailingRemoval withoutReason(std::nullopt);
+  FailingRemoval withReason(Error("cannot remove /x: Permission denied")), withoutReason(std::nullopt);
   CookieFile("/x", withReason).clearCookieFile();
   CookieFile("/x", withoutReason).clearCookieFile();
   auto records = capture.log().records();

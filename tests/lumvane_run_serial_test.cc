@@ -1,84 +1,76 @@
 // Runs the `lumvane` command and the daemon as child processes over signpost
 // stores written here, and checks from the outside what they append to the
-// telemetry service's event file and what becomes of the guard file. Every
-// expectation is written out from the store the test wrote. A run takes the
-// guard file under /var/tmp; the serial tests' main gives it a private one.
+// telemetry service's event file, what they log and what becomes of the guard
+// file. Every expectation is written out from the store the test wrote. The
+// serial tests' main gives each run a private /var/tmp for its guard file.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <systemd/sd-journal.h>
+#include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "lumvane/CookieFile.h"
 #include "lumvane/platform/DovetelEventReader.h"
 #include "tests/support/TestSupport.h"
-#include "tests/support/platform/FakeInternalDiagnosticsCheck.h"
 
 namespace lumvane {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 using testing::ChildProcess;
 using testing::PathExists;
+using Fields = std::vector<std::pair<std::string, std::string>>;
 
 constexpr char kGuardFile[] = "/var/tmp/lumvane_running";
-constexpr char kDiagnosticsMarker[] = "/etc/lumvane/internal-diagnostics";
 constexpr char kEnd[] = "2024-05-01T12:00:00+02:00";
-
-using Fields = std::vector<std::pair<std::string, std::string>>;
+constexpr double kEndSeconds = 1714557600;  // kEnd
 
 // One journal entry as `journalctl -o json` writes it, `seconds` after the
 // epoch on the wall clock; the monotonic clock of the one boot runs along.
 std::string Entry(double seconds, const Fields& fields) {
   const auto usec = static_cast<uint64_t>(seconds * 1e6);
   std::string line = "{\"__REALTIME_TIMESTAMP\":\"" + std::to_string(usec) +
-                     "\",\"__MONOTONIC_TIMESTAMP\":\"" +
-                     std::to_string(usec - 1714000000000000) +
+                     "\",\"__MONOTONIC_TIMESTAMP\":\"" + std::to_string(usec - 1714000000000000) +
                      "\",\"_BOOT_ID\":\"5d1c0de5b0075a3e8e6f1a2b3c4d5e6f\"";
   for (const auto& [key, value] : fields) line += ",\"" + key + "\":\"" + value + "\"";
   return line + "}\n";
 }
 
-// A signpost entry of process `pid`, running `exe` (by default
-// /usr/libexec/`comm`).
+// A signpost entry of type `type` and `id` named `name` in `where` (scope,
+// subsystem, category), from process `pid` named `comm` running `exe`.
 std::string Signpost(double seconds, const std::string& type, uint64_t id, const std::string& name,
-                     const std::string& scope, const std::string& subsystem,
-                     const std::string& category, int pid, const std::string& comm,
-                     Fields arguments, const std::string& exe = "") {
-  Fields fields = {{"MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31"},
-                   {"MESSAGE", name + " " + type},
-                   {"PRIORITY", "6"},
-                   {"_PID", std::to_string(pid)},
-                   {"_COMM", comm},
-                   {"_EXE", exe.empty() ? "/usr/libexec/" + comm : exe},
-                   {"SIGNPOST_TYPE", type},
-                   {"SIGNPOST_ID", std::to_string(id)},
-                   {"SIGNPOST_SCOPE", scope},
-                   {"SIGNPOST_SUBSYSTEM", subsystem},
-                   {"SIGNPOST_CATEGORY", category},
-                   {"SIGNPOST_NAME", name},
+                     const std::array<std::string, 3>& where, int pid, const std::string& comm,
+                     const Fields& arguments, const std::string& exe) {
+  Fields fields = {{"MESSAGE_ID", "0c7e0296aa5f4fc7af2af7a970a22d31"}, {"MESSAGE", name + " " + type},
+                   {"PRIORITY", "6"}, {"_PID", std::to_string(pid)}, {"_COMM", comm}, {"_EXE", exe},
+                   {"SIGNPOST_TYPE", type}, {"SIGNPOST_ID", std::to_string(id)},
+                   {"SIGNPOST_SCOPE", where[0]}, {"SIGNPOST_SUBSYSTEM", where[1]},
+                   {"SIGNPOST_CATEGORY", where[2]}, {"SIGNPOST_NAME", name},
                    {"SIGNPOST_TID", std::to_string(pid)}};
   fields.insert(fields.end(), arguments.begin(), arguments.end());
   return Entry(seconds, fields);
 }
-
-constexpr double kEndSeconds = 1714557600;  // kEnd
 
 // A tap from netmond, or from the program `exe` when given.
 std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabled,
                 const std::string& exe = "") {
   Fields arguments = {{"SIGNPOST_STRING1_NAME", "Zone"}, {"SIGNPOST_STRING1_VALUE", zone}};
   if (enabled) arguments.emplace_back("SIGNPOST_TELEMETRY", "1");
-  return Signpost(seconds, "event", id, "Tap", "process", "com.orvel.touch", "Input",
-                  exe.empty() ? 77 : 300, exe.empty() ? "netmond" : "Mailbox", arguments, exe);
+  return Signpost(seconds, "event", id, "Tap", {"process", "com.orvel.touch", "Input"},
+                  exe.empty() ? 77 : 300, exe.empty() ? "netmond" : "Mailbox", arguments,
+                  exe.empty() ? "/usr/libexec/netmond" : exe);
 }
 
 // The day before kEnd holds, in this order: a cold launch from composerd
@@ -89,50 +81,33 @@ std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabl
 // JSON object are not part of it.
 std::string SmallStore(const std::string& appDir) {
   const double day = kEndSeconds - 7200;  // 10:00 of the day, two hours before its end
+  const std::array<std::string, 3> launch = {"system", "com.orvel.launch", "App"};
   return Tap(kEndSeconds - 90000, 9, "Root", true) + "-- Boot 5d1c0de5 --\n" +
-         Signpost(day, "begin", 1, "ColdLaunch", "system", "com.orvel.launch", "App", 201,
-                  "composerd",
-                  {{"SIGNPOST_TELEMETRY", "1"},
-                   {"SIGNPOST_STRING1_NAME", "Phase"},
-                   {"SIGNPOST_STRING1_VALUE", "Root"},
-                   {"SIGNPOST_NUMBER1_NAME", "Frames"},
-                   {"SIGNPOST_NUMBER1_VALUE", "12"}}) +
-         Signpost(day + 1.5, "end", 1, "ColdLaunch", "system", "com.orvel.launch", "App", 903,
-                  "indexd",
-                  {{"SIGNPOST_TELEMETRY", "1"},
-                   {"SIGNPOST_NUMBER2_NAME", "Code"},
-                   {"SIGNPOST_NUMBER2_VALUE", "-3"}}) +
-         Entry(day + 60, {{"MESSAGE", "Touch panel idle"},
-                          {"PRIORITY", "6"},
-                          {"_PID", "77"},
-                          {"_COMM", "netmond"},
-                          {"SIGNPOST_NAME", "Tap"}}) +
+         Signpost(day, "begin", 1, "ColdLaunch", launch, 201, "composerd",
+                  {{"SIGNPOST_TELEMETRY", "1"}, {"SIGNPOST_STRING1_NAME", "Phase"},
+                   {"SIGNPOST_STRING1_VALUE", "Root"}, {"SIGNPOST_NUMBER1_NAME", "Frames"},
+                   {"SIGNPOST_NUMBER1_VALUE", "12"}},
+                  "/usr/libexec/composerd") +
+         Signpost(day + 1.5, "end", 1, "ColdLaunch", launch, 903, "indexd",
+                  {{"SIGNPOST_TELEMETRY", "1"}, {"SIGNPOST_NUMBER2_NAME", "Code"},
+                   {"SIGNPOST_NUMBER2_VALUE", "-3"}},
+                  "/usr/libexec/indexd") +
+         Entry(day + 60, {{"MESSAGE", "Touch panel idle"}, {"PRIORITY", "6"}, {"_PID", "77"},
+                          {"_COMM", "netmond"}, {"SIGNPOST_NAME", "Tap"}}) +
          Tap(day + 300, 2, "Ext", true) + Tap(day + 360, 3, "secret-user-token", true) +
          Tap(day + 420, 4, "Root", false) + Tap(day + 480, 5, "Root", true) +
          Tap(day + 540, 6, "Ext", true, appDir + "/Mailbox");
 }
 
-// `count` reportable taps, one a second, the last an hour before `end`.
-std::string TapStore(size_t count, std::time_t end) {
-  std::string store;
-  for (size_t i = 0; i < count; ++i) {
-    const double t = static_cast<double>(end) - 3600 - static_cast<double>(count - i);
-    store += Tap(t, 100 + i, i % 2 ? "Ext" : "Root", true);
-  }
-  return store;
-}
-
 // The lines of events.ndjson without their send times, with the machine's
 // boot filesystem type shown as FS and the statistics event's duration as D.
 std::vector<std::string> Lines(const std::string& file) {
-  static const std::regex sent(", \"sent\": [0-9]+\\}$");
-  static const std::regex fs("\"BootPartitionFS\": \"[^\"]+\"");
-  static const std::regex duration("\"ProcessingDurationInSeconds\": [-0-9.e]+");
+  static const std::regex sent(", \"sent\": [0-9]+\\}$"), fs("\"BootPartitionFS\": \"[^\"]+\""),
+      duration("\"ProcessingDurationInSeconds\": [-0-9.e]+");
   std::vector<std::string> lines;
   std::istringstream in(testing::ReadFile(file));
   for (std::string line; std::getline(in, line);) {
-    line = std::regex_replace(line, sent, "}");
-    line = std::regex_replace(line, fs, "\"BootPartitionFS\": \"FS\"");
+    line = std::regex_replace(std::regex_replace(line, sent, "}"), fs, "\"BootPartitionFS\": \"FS\"");
     lines.push_back(std::regex_replace(line, duration, "\"ProcessingDurationInSeconds\": D"));
   }
   return lines;
@@ -141,72 +116,56 @@ std::vector<std::string> Lines(const std::string& file) {
 class LumvaneRunTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    // The private /var/tmp and /etc/lumvane start empty.
-    ASSERT_FALSE(PathExists(kGuardFile));
-    ASSERT_FALSE(PathExists(kDiagnosticsMarker));
+    ASSERT_FALSE(PathExists(kGuardFile)) << "the private /var/tmp starts empty";
     ASSERT_TRUE(std::filesystem::create_directory(dir_.file("state")));
     ASSERT_TRUE(std::filesystem::create_directories(dir_.file("dovetel/configurations")));
     setTaskedOn(true);
   }
-
   void TearDown() override {
-    // Only a run of this test can have left it: it was absent before.
-    if (PathExists(kGuardFile)) {
+    if (PathExists(kGuardFile)) {  // only a run of this test can have left it
       ADD_FAILURE() << "the run left " << kGuardFile << " behind";
       ::unlink(kGuardFile);
     }
   }
 
   void setTaskedOn(bool on) {
-    const std::string config = "dovetel/configurations/com.orvel.performance.lumvane_tasking.json";
-    testing::WriteFile(dir_.file(config), on ? "{\"TaskedOn\": 1}\n" : "{\"TaskedOn\": 0}\n");
+    testing::WriteFile(dir_.file("dovetel/configurations/com.orvel.performance.lumvane_tasking.json"),
+                       on ? "{\"TaskedOn\": 1}\n" : "{\"TaskedOn\": 0}\n");
   }
-
   std::string writeStore(const std::string& contents) {
-    const std::string store = dir_.file("store.ndjson");
-    testing::WriteFile(store, contents);
-    return store;
+    testing::WriteFile(dir_.file("store.ndjson"), contents);
+    return dir_.file("store.ndjson");
   }
-
   std::vector<std::string> environment() const {
-    return {"LUMVANE_STATE_DIR=" + dir_.file("state"),
-            "LUMVANE_DOVETEL_DIR=" + dir_.file("dovetel"), "LUMVANE_LOG_LEVEL=debug",
-            "LUMVANE_LOG_TARGET=stderr"};
+    return {"LUMVANE_STATE_DIR=" + dir_.file("state"), "LUMVANE_DOVETEL_DIR=" + dir_.file("dovetel"),
+            "LUMVANE_LOG_LEVEL=debug", "LUMVANE_LOG_TARGET=stderr"};
   }
-
-  // `input`, when not empty, is a file to give the command as its standard
-  // input.
-  std::unique_ptr<ChildProcess> start(std::vector<std::string> args,
-                                      const std::string& input = "") {
-    args.insert(args.begin(), LUMVANE_BINARY_DIR "/lumvane");
+  // `program` (lumvane or lumvaned) with `args`; `input`, when not empty, is
+  // a file to give it as its standard input.
+  std::unique_ptr<ChildProcess> start(const std::string& program, std::vector<std::string> args,
+                                      const std::string& input = "",
+                                      std::vector<std::string> extraEnv = {}) {
+    args.insert(args.begin(), LUMVANE_BINARY_DIR "/" + program);
     if (!input.empty()) {
-      args.insert(args.begin(),
-                  {"/bin/sh", "-c", "f=$1; shift; exec \"$@\" < \"$f\"", "sh", input});
+      args.insert(args.begin(), {"/bin/sh", "-c", "f=$1; shift; exec \"$@\" < \"$f\"", "sh", input});
     }
-    return std::make_unique<ChildProcess>(args, environment(), dir_.file("lumvane"));
+    std::vector<std::string> env = environment();
+    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
+    return std::make_unique<ChildProcess>(args, env, dir_.file(program));
   }
-
   // A run over `store`; "-" reads it from the file `input`.
   std::unique_ptr<ChildProcess> startRun(const std::string& store, const std::string& input = "") {
-    return start({"run", "--store", store, "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
+    return start("lumvane",
+                 {"run", "--store", store, "--dovetel-dir", dir_.file("dovetel"), "--now", kEnd},
                  input);
   }
-
   std::vector<DovetelEvent> events() const {
     return ReadDovetelEvents(dir_.file("dovetel/events.ndjson")).events;
   }
 
-  // Waits until the event file holds `count` events.
-  bool waitForEvents(size_t count) {
-    for (Clock::time_point deadline = Clock::now() + 20s; Clock::now() < deadline;) {
-      if (events().size() >= count) return true;
-      std::this_thread::sleep_for(20ms);
-    }
-    return false;
-  }
-
   testing::TempDir dir_;
 };
+using LumvanedTest = LumvaneRunTest;
 
 // A process whose executable sits in an application directory is named by
 // the directory's desktop entry; one outside any is named by its command.
@@ -224,33 +183,28 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
       R"("Number1Value": 12, "Number2Name": "Code", "Number2Value": -3, )"
       R"("IntervalType": "Interval", "DurationInSeconds": 1.5, "StartProcessName": "composerd", )"
       R"("EndProcessName": "indexd", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
-  auto tap = [](const char* zone, const char* process = "netmond") {
-    return std::string(R"({"Subsystem": "com.orvel.touch", "Category": "Input", "Name": "Tap", )"
-                       R"("String1Name": "Zone", "String1Value": ")") +
-           zone +
-           R"(", "IntervalType": "Event", "DurationInSeconds": 0.0, )"
-           R"("StartProcessName": ")" + process +
-           R"(", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
+  auto tap = [](const std::string& zone, const std::string& process = "netmond") {
+    return R"({"Subsystem": "com.orvel.touch", "Category": "Input", "Name": "Tap", )"
+           R"("String1Name": "Zone", "String1Value": ")" + zone +
+           R"(", "IntervalType": "Event", "DurationInSeconds": 0.0, "StartProcessName": ")" +
+           process + R"(", "BootPartitionFS": "FS", "BootDiskType": "SSD"})";
   };
   auto line = [](const std::string& name, const std::string& payload) {
     return R"({"name": ")" + name + R"(", "payload": )" + payload + "}";
   };
-  auto count = [&](const char* subsystem, const char* category, int n, const char* kind) {
+  auto count = [&](const std::string& subsystem, const std::string& category, int n,
+                   const std::string& kind) {
     return line("com.orvel.performance.signpost_counts",
-                std::string(R"({"Subsystem": ")") + subsystem + R"(", "Category": ")" + category +
+                R"({"Subsystem": ")" + subsystem + R"(", "Category": ")" + category +
                     R"(", "Count": )" + std::to_string(n) + R"(, "Classification": ")" + kind +
                     R"("})");
   };
-  const std::string general = "com.orvel.performance.signpost";
+  const std::string general = "com.orvel.performance.signpost", tapName = "sp__com.orvel.touch__Input__Tap";
   const std::vector<std::string> expected = {
-      line(general, launch),
-      line("sp__com.orvel.launch__App__ColdLaunch", launch),
-      line(general, tap("Ext")),
-      line("sp__com.orvel.touch__Input__Tap", tap("Ext")),
-      line(general, tap("Root")),
-      line("sp__com.orvel.touch__Input__Tap", tap("Root")),
-      line(general, tap("Ext", "org.example.Mailbox")),
-      line("sp__com.orvel.touch__Input__Tap", tap("Ext", "org.example.Mailbox")),
+      line(general, launch), line("sp__com.orvel.launch__App__ColdLaunch", launch),
+      line(general, tap("Ext")), line(tapName, tap("Ext")),
+      line(general, tap("Root")), line(tapName, tap("Root")),
+      line(general, tap("Ext", "org.example.Mailbox")), line(tapName, tap("Ext", "org.example.Mailbox")),
       count("com.orvel.touch", "Input", 5, "AllInspected"),
       count("com.orvel.launch", "App", 1, "AllInspected"),
       count("com.orvel.touch", "Input", 3, "Reported"),
@@ -300,15 +254,26 @@ TEST_F(LumvaneRunTest, EndsWithStatusOneWhenNotTaskedOrTheStoreCannotBeRead) {
   }
 }
 
-TEST_F(LumvaneRunTest, AnswersUsageWithItsExitStatus) {
-  auto help = start({"--help"});
-  EXPECT_EQ(help->wait(10s), 0);
-  EXPECT_NE(help->out().find("usage: lumvane run"), std::string::npos) << help->out();
-  for (std::vector<std::string> args :
-       {std::vector<std::string>{"run", "--bogus"}, {"frobnicate"}, {}, {"run", "--now", "noon"}}) {
-    auto wrong = start(args);
-    EXPECT_EQ(wrong->wait(10s), 2) << wrong->err();
-    EXPECT_NE(wrong->err().find("usage: lumvane run"), std::string::npos) << wrong->err();
+TEST_F(LumvaneRunTest, BothProgramsAnswerUsageWithTheirExitStatus) {
+  const struct {
+    std::string program;
+    std::vector<std::string> args;
+    int status;
+    std::string text;  // on standard output for status 0, else on standard error
+  } rows[] = {
+      {"lumvane", {"--help"}, 0, "usage: lumvane run"},
+      {"lumvane", {"run", "--bogus"}, 2, "usage: lumvane run"},
+      {"lumvane", {"frobnicate"}, 2, "usage: lumvane run"},
+      {"lumvane", {}, 2, "usage: lumvane run"},
+      {"lumvane", {"run", "--now", "noon"}, 2, "usage: lumvane run"},
+      {"lumvaned", {"--help"}, 0, "LUMVANE_EXIT_WHEN_CLEAN"},
+      {"lumvaned", {"--once"}, 2, "unexpected argument '--once'"},
+  };
+  for (const auto& row : rows) {
+    auto child = start(row.program, row.args);
+    EXPECT_EQ(child->wait(10s), row.status) << row.program << " " << row.args.size();
+    const std::string said = row.status == 0 ? child->out() : child->err();
+    EXPECT_NE(said.find(row.text), std::string::npos) << said;
   }
   EXPECT_FALSE(PathExists(dir_.file("dovetel/events.ndjson")));
 }
@@ -316,22 +281,27 @@ TEST_F(LumvaneRunTest, AnswersUsageWithItsExitStatus) {
 // SIGINT ends the daemon at once with status 0 and leaves the guard file of
 // the run it cut short; the next run clears it instead of processing.
 TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunToClear) {
-  const std::string store = writeStore(TapStore(2000, std::time(nullptr)));
-  std::vector<std::string> env = environment();
-  env.push_back("LUMVANE_SIGNPOST_STORE=" + store);
+  std::string taps;  // 2000 reportable taps, one a second, the last an hour ago
+  for (int i = 0; i < 2000; ++i) taps += Tap(std::time(nullptr) - 5600 + i, 100 + i, "Ext", true);
+  const std::string store = writeStore(taps);
   // The daemon ends by design with its run's threads still at work, which a
   // ThreadSanitizer build would otherwise report as leaked threads.
   const char* tsan = std::getenv("TSAN_OPTIONS");
-  env.push_back(std::string("TSAN_OPTIONS=") + (tsan ? std::string(tsan) + ":" : "") +
-                "report_thread_leaks=0");
-  ChildProcess daemon({LUMVANE_BINARY_DIR "/lumvaned"}, env, dir_.file("lumvaned"));
-  ASSERT_TRUE(waitForEvents(4)) << daemon.err();
+  auto daemon = start("lumvaned", {}, "",
+                      {"LUMVANE_SIGNPOST_STORE=" + store,
+                       std::string("TSAN_OPTIONS=") + (tsan ? std::string(tsan) + ":" : "") +
+                           "report_thread_leaks=0"});
+  for (auto deadline = std::chrono::steady_clock::now() + 20s;
+       events().size() < 4 && std::chrono::steady_clock::now() < deadline;) {
+    std::this_thread::sleep_for(20ms);
+  }
+  ASSERT_GE(events().size(), 4u) << daemon->err();
   ASSERT_TRUE(PathExists(kGuardFile));
-  daemon.signal(SIGINT);
-  EXPECT_EQ(daemon.wait(20s), 0) << daemon.err();
+  daemon->signal(SIGINT);
+  EXPECT_EQ(daemon->wait(20s), 0) << daemon->err();
   EXPECT_TRUE(PathExists(kGuardFile)) << "the interrupted run removed its guard file";
-  EXPECT_EQ(daemon.err().find("Cleared cookie file"), std::string::npos) << daemon.err();
-  EXPECT_EQ(daemon.err().find("Done processing"), std::string::npos) << daemon.err();
+  EXPECT_EQ(daemon->err().find("Cleared cookie file"), std::string::npos) << daemon->err();
+  EXPECT_EQ(daemon->err().find("Done processing"), std::string::npos) << daemon->err();
 
   const size_t before = events().size();
   auto next = startRun(store);
@@ -347,8 +317,7 @@ TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunT
 TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
   auto run = startRun("-", "/dev/zero");
   ASSERT_TRUE(run->waitForError("Deferral not requested, continuing.", 10s)) << run->err();
-  // The next poll comes within the period plus the leeway, 20 s; the stop it
-  // makes ends the read inside the line at once.
+  // The next poll comes within the period plus the leeway, 20 s.
   testing::WriteFile(dir_.file("state/defer"), "");
   ASSERT_EQ(run->wait(30s), 0) << run->err();
   EXPECT_NE(run->err().find("Concluding processing due to deferral request"), std::string::npos)
@@ -360,6 +329,106 @@ TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
   const Value* interrupted = sent.back().payload.find("WasInterrupted");
   EXPECT_TRUE(interrupted && *interrupted == Value(Number::fromBool(true)));
   EXPECT_FALSE(PathExists(kGuardFile));
+}
+
+TEST_F(LumvanedTest, OneShotChecksInRunsAndExitsByItself) {
+  setTaskedOn(false);  // the run ends at its gate, before the guard file
+  auto daemon = start("lumvaned", {}, "", {"LUMVANE_EXIT_WHEN_CLEAN=1"});
+  EXPECT_EQ(daemon->wait(20s), 0) << daemon->err();
+  const std::string log = daemon->err();
+  size_t gate = log.find("Not reporting based on not being tasked-on by Dovetel ('TaskedOn' is false)");
+  ASSERT_NE(gate, std::string::npos) << log;
+  EXPECT_LT(log.find("Checking in"), gate) << log;
+  const std::string record = testing::ReadFile(dir_.file("state/activity-last-run"));
+  ASSERT_FALSE(record.empty()) << "no completed run on record";
+  EXPECT_NEAR(std::stoll(record), static_cast<long long>(std::time(nullptr)), 60);
+}
+
+// Under a service manager the daemon's standard error is a stream to the
+// journal, and JOURNAL_STREAM says so; the daemon then writes structured
+// entries instead. A private journald in user, mount and PID namespaces
+// plays the journal, and systemd-cat connects the daemon's output the way a
+// service manager does.
+constexpr char kJournalScript[] = R"(set -eu
+mount -t tmpfs tmpfs /run || exit 77
+mkdir -p /run/systemd/journal /run/log/journal
+mount --bind "$WORK/journal" /run/log/journal || exit 77
+/lib/systemd/systemd-journald >"$WORK/journald.out" 2>&1 &
+i=0
+while [ ! -S /run/systemd/journal/stdout ]; do
+  i=$((i + 1)); [ $i -lt 100 ] || { echo "journald did not start" >&2; exit 77; }
+  sleep 0.1
+done
+systemd-cat -t lumvaned-output sh -c \
+  'JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) exec "$0"' "$LUMVANED"
+journalctl --sync
+)";
+
+TEST_F(LumvanedTest, WritesStructuredJournalEntriesWhenStderrIsAJournalStream) {
+  for (const char* tool : {"/lib/systemd/systemd-journald", "/usr/bin/unshare",
+                           "/usr/bin/systemd-cat", "/usr/bin/journalctl"}) {
+    if (::access(tool, X_OK) != 0) GTEST_SKIP() << tool << " is not installed";
+  }
+  std::filesystem::create_directories(dir_.file("work/journal"));
+  // A run a moment ago: the daemon only checks in, then ends.
+  const std::string lastRun = std::to_string(std::time(nullptr)) + "\n";
+  testing::WriteFile(dir_.file("state/activity-last-run"), lastRun);
+  testing::WriteFile(dir_.file("script"), kJournalScript);
+  ChildProcess run({"/usr/bin/unshare", "--user", "--map-root-user", "--mount", "--pid", "--fork",
+                    "--mount-proc", "/bin/sh", dir_.file("script")},
+                   {"WORK=" + dir_.file("work"), "LUMVANED=" LUMVANE_BINARY_DIR "/lumvaned",
+                    "LUMVANE_STATE_DIR=" + dir_.file("state"),
+                    "LUMVANE_DOVETEL_DIR=" + dir_.file("dovetel"), "LUMVANE_LOG_LEVEL=debug",
+                    "LUMVANE_EXIT_WHEN_CLEAN=1"},
+                   dir_.file("run"));
+  std::optional<int> status = run.wait(20s);
+  // 77: the script could not mount or start journald; 1 from unshare itself: no namespaces.
+  if (status == 77 || (status == 1 && run.err().find("unshare") != std::string::npos)) {
+    GTEST_SKIP() << "no private journald here: " << run.err()
+                 << testing::ReadFile(dir_.file("work/journald.out"));
+  }
+  ASSERT_EQ(status, 0) << run.err();
+  EXPECT_EQ(testing::ReadFile(dir_.file("state/activity-last-run")), lastRun)
+      << "a run took place although none was due";
+
+  sd_journal* raw = nullptr;
+  ASSERT_GE(sd_journal_open_directory(&raw, dir_.file("work/journal").c_str(), 0), 0);
+  std::unique_ptr<sd_journal, void (*)(sd_journal*)> journal(raw, sd_journal_close);
+  std::vector<std::map<std::string, std::string>> daemonEntries;
+  size_t outputEntries = 0;
+  SD_JOURNAL_FOREACH(journal.get()) {
+    std::map<std::string, std::string> fields;
+    const void* data;
+    size_t length;
+    SD_JOURNAL_FOREACH_DATA(journal.get(), data, length) {
+      std::string field(static_cast<const char*>(data), length);
+      fields[field.substr(0, field.find('='))] = field.substr(field.find('=') + 1);
+    }
+    if (fields["SYSLOG_IDENTIFIER"] == "lumvaned") daemonEntries.push_back(fields);
+    if (fields["SYSLOG_IDENTIFIER"] == "lumvaned-output") ++outputEntries;
+  }
+  EXPECT_EQ(outputEntries, 0u) << "the daemon wrote to its standard error";
+  ASSERT_FALSE(daemonEntries.empty());
+  std::map<std::string, std::string>& checkIn = daemonEntries.front();
+  const std::pair<const char*, const char*> fields[] = {
+      {"MESSAGE", "Checking in"}, {"PRIORITY", "7"}, {"_TRANSPORT", "journal"},
+      {"LUMVANE_SUBSYSTEM", "com.orvel.Vantrel"}, {"LUMVANE_CATEGORY", "lumvane"},
+      {"CODE_FILE", ""}, {"CODE_LINE", ""}, {"CODE_FUNC", ""},  // no source locations
+  };
+  for (const auto& [name, value] : fields) EXPECT_EQ(checkIn[name], value) << name;
+}
+
+// The guard file's own fixed path, in the private /var/tmp.
+TEST(CookieFileSerialTest, FixedPathRoundTrip) {
+  testing::ScopedLogCapture capture;
+  EXPECT_FALSE(cookieFileExists());
+  ASSERT_TRUE(createCookieFile());
+  EXPECT_TRUE(cookieFileExists());
+  EXPECT_EQ(testing::ReadFile(kGuardFile), "");
+  clearCookieFile();
+  EXPECT_FALSE(PathExists(kGuardFile));
+  EXPECT_EQ(capture.log().messages(),
+            (std::vector<std::string>{"Created cookie file", "Cleared cookie file"}));
 }
 
 }  // namespace
