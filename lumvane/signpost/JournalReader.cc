@@ -101,8 +101,7 @@ std::optional<Error> JournalReader::readEntry(SignpostRecordBatch* batch) {
         continue;
       }
     }
-    batch->addField(SignpostRecordBatch::kUnsorted,
-                    std::string_view(static_cast<const char*>(data), length));
+    batch->addItem(std::string_view(static_cast<const char*>(data), length));
   }
   if (r < 0) {
     batch->dropRecord();

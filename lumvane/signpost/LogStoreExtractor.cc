@@ -165,13 +165,12 @@ class LogStoreExtractor::Pass {
     builder_.reset();
     for (size_t k = 0; k < r.fieldCount; ++k) {
       const SignpostRecordBatch::Field& f = batch.field(r, k);
-      const std::string_view value = batch.value(f);
-      if (f.index != SignpostRecordBatch::kUnsorted) {
-        builder_.add(f.index, value);
-        continue;
-      }
-      const size_t eq = value.find('=');
-      if (eq != std::string_view::npos) builder_.add(value.substr(0, eq), value.substr(eq + 1));
+      builder_.add(f.index, batch.value(f));
+    }
+    std::string_view item;
+    for (size_t at = r.firstItemByte; batch.nextItem(r, &at, &item);) {
+      const size_t eq = item.find('=');
+      if (eq != std::string_view::npos) builder_.add(item.substr(0, eq), item.substr(eq + 1));
     }
     if (r.realtimeUsec) builder_.setRealtimeUsec(*r.realtimeUsec);
     if (r.monotonicUsec) builder_.setMonotonicUsec(*r.monotonicUsec);

@@ -267,12 +267,12 @@ bool SignpostEntryBuilder::readEntry() {
   // Argument slots: filled when both the name and a readable value are
   // there, never half.
   SignpostArguments& a = e.arguments;
-  // Fills `*slot` in place, so that its strings keep their buffers from
-  // entry to entry.
   auto slotText = [this](Field f, const std::string_view** out) {
     *out = text(f);
     return !*out || IsText(**out);
   };
+  // Slots are filled in place, so that their strings keep their buffers
+  // from entry to entry.
   auto stringSlot = [&](Field nameField, Field valueField,
                         std::optional<SignpostArguments::StringSlot>* slot) {
     const std::string_view *n, *v;

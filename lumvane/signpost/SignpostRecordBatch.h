@@ -1,12 +1,13 @@
 // A run of store records as the reading thread found them: for each record,
-// the raw values of the fields SignpostEntryBuilder reads (copied into one
-// buffer, since a source's own bytes are valid only until its next step)
-// and what the source knows of the record without fields. Decoding is left
+// the raw values of the fields SignpostEntryBuilder reads, or the record's
+// whole data items for the taking thread to sort, copied into the batch
+// (a source's own bytes are valid only until its next step), and what the
+// source knows of the record without fields. Decoding is left
 // to the thread that takes the batch, so that the reading thread does no
 // more than walk the store and copy bytes.
 //
-// A record is written with startRecord(), addField() and either kept (the
-// next startRecord() or nothing) or taken back with dropRecord(). Once
+// A record is written with startRecord(), addField() or addItem() and either
+// kept (the next startRecord() or nothing) or taken back with dropRecord(). Once
 // warm, writing allocates nothing: clear() keeps the buffers, unless a
 // giant record made them larger than kRetainedBytes.
 //
@@ -36,13 +37,12 @@ class SignpostRecordBatch final {
     bool unreadable = false;  // a value the source would not hold
     size_t firstField = 0;
     size_t fieldCount = 0;
+    size_t firstByte = 0;      // of the record's field values
+    size_t firstItemByte = 0;  // and of its items
+    size_t itemEnd = 0;
   };
 
-  // A field of a record: SignpostEntryBuilder's index and the value's
-  // bytes, or kUnsorted and a whole "NAME=value" data item for the taking
-  // thread to look up (a source whose walk is the slower side leaves even
-  // the name lookup to the other thread).
-  static constexpr int kUnsorted = -1;
+  // A field of a record: SignpostEntryBuilder's index and the value's bytes.
   struct Field {
     int index;
     size_t offset;
@@ -54,17 +54,24 @@ class SignpostRecordBatch final {
   Record& startRecord();
   // One value of one field of the record started last.
   void addField(int index, std::string_view value);
-  // Takes back the record started last with its fields.
+  // One whole "NAME=value" data item of the record started last, for the
+  // taking thread to look up: a source whose walk is the slower side
+  // leaves even the name lookup to the other thread.
+  void addItem(std::string_view item);
+  // Takes back the record started last with its fields and items.
   void dropRecord();
 
   size_t size() const { return records_.size(); }
-  size_t bytes() const { return bytes_.size(); }
+  size_t bytes() const { return bytes_.size() + items_.size(); }
   const Record& record(size_t i) const { return records_[i]; }
   const Field& field(const Record& r, size_t k) const { return fields_[r.firstField + k]; }
   // Valid until the batch is cleared or written to.
   std::string_view value(const Field& f) const {
     return std::string_view(bytes_.data() + f.offset, f.size);
   }
+  // The record's items in the order they were added: `*at` starts at
+  // r.firstItemByte; false past the last one.
+  bool nextItem(const Record& r, size_t* at, std::string_view* item) const;
 
   void clear();
 
@@ -72,6 +79,7 @@ class SignpostRecordBatch final {
   std::vector<Record> records_;
   std::vector<Field> fields_;
   std::string bytes_;
+  std::string items_;  // each a 32-bit length and the bytes
 };
 
 }  // namespace lumvane

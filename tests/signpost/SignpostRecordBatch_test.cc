@@ -16,16 +16,24 @@
 namespace lumvane {
 namespace {
 
-// "index:value" per field, long values as "index:#size<first char>".
+std::string Shown(std::string_view v) {
+  return v.size() > 16 ? "#" + std::to_string(v.size()) + v.front() : std::string(v);
+}
+
+// Per record "index:value" per field, then "~item" per item; long values
+// as "#size<first char>".
 std::vector<std::string> Render(const SignpostRecordBatch& b) {
   std::vector<std::string> out;
   for (size_t i = 0; i < b.size(); ++i) {
+    const SignpostRecordBatch::Record& r = b.record(i);
     std::string text;
-    for (size_t k = 0; k < b.record(i).fieldCount; ++k) {
-      const SignpostRecordBatch::Field& f = b.field(b.record(i), k);
-      const std::string_view v = b.value(f);
-      text += (k ? "," : "") + std::to_string(f.index) + ":" +
-              (v.size() > 16 ? "#" + std::to_string(v.size()) + v.front() : std::string(v));
+    for (size_t k = 0; k < r.fieldCount; ++k) {
+      const SignpostRecordBatch::Field& f = b.field(r, k);
+      text += (text.empty() ? "" : ",") + std::to_string(f.index) + ":" + Shown(b.value(f));
+    }
+    std::string_view item;
+    for (size_t at = r.firstItemByte; b.nextItem(r, &at, &item);) {
+      text += (text.empty() ? "~" : ",~") + Shown(item);
     }
     out.push_back(text);
   }
@@ -33,8 +41,9 @@ std::vector<std::string> Render(const SignpostRecordBatch& b) {
 }
 
 TEST(SignpostRecordBatchTest, ATakenBackRecordLeavesNothingBehind) {
-  // "s" starts a record, "aINDEX:VALUE" adds a field ("*" for a value past
-  // what a batch keeps after clear()), "d" drops the last record, "c" clears.
+  // "s" starts a record, "aINDEX:VALUE" adds a field and "iITEM" an item
+  // ("*" for a value past what a batch keeps after clear()), "d" drops the
+  // last record, "c" clears.
   const std::string big(5 << 20, 'z');
   const struct {
     const char* name;
@@ -45,8 +54,10 @@ TEST(SignpostRecordBatchTest, ATakenBackRecordLeavesNothingBehind) {
       {"one without fields", {"s", "a1:x", "s", "d", "s", "a2:y"}, {"1:x", "2:y"}},
       {"after the buffer grew", {"s", "a1:first", "s", "a2:two", "a2:*", "d", "s", "a3:after"},
        {"1:first", "3:after"}},
-      {"repeated field", {"s", "a5:p", "a5:q", "s", "a-1:N=v"}, {"5:p,5:q", "-1:N=v"}},
-      {"reused after a giant record", {"s", "a1:*", "c", "s", "a2:small"}, {"2:small"}},
+      {"items", {"s", "iA=1", "s", "iB=2", "i*", "d", "s", "a4:x", "iC=3", "iD="},
+       {"~A=1", "4:x,~C=3,~D="}},
+      {"repeated field", {"s", "a5:p", "a5:q"}, {"5:p,5:q"}},
+      {"reused after a giant record", {"s", "a1:*", "i*", "c", "s", "a2:small"}, {"2:small"}},
   };
   for (const auto& c : kCases) {
     SignpostRecordBatch batch;
@@ -54,6 +65,7 @@ TEST(SignpostRecordBatchTest, ATakenBackRecordLeavesNothingBehind) {
       if (op == "s") batch.startRecord();
       if (op == "d") batch.dropRecord();
       if (op == "c") batch.clear();
+      if (op[0] == 'i') batch.addItem(op == "i*" ? big : op.substr(1));
       if (op[0] != 'a') continue;
       const std::string value = op.substr(op.find(':') + 1);
       batch.addField(std::stoi(op.substr(1)), value == "*" ? big : value);
