@@ -2,6 +2,8 @@
 
 #include <simdjson.h>
 
+#include "lumvane/signpost/SignpostEntryBuilder.h"
+
 namespace lumvane {
 namespace {
 
@@ -29,9 +31,16 @@ JournalJsonLineParser::JournalJsonLineParser() : impl_(std::make_unique<Impl>())
 JournalJsonLineParser::~JournalJsonLineParser() = default;
 
 bool JournalJsonLineParser::parse(std::string_view line, size_t padding,
-                                  SignpostEntryBuilder* builder) {
-  builder->reset();
+                                  SignpostRecordBatch* batch) {
   if (line.empty() || line.front() != '{') return false;
+  batch->startRecord();
+  if (parseFields(line, padding, batch)) return true;
+  batch->dropRecord();
+  return false;
+}
+
+bool JournalJsonLineParser::parseFields(std::string_view line, size_t padding,
+                                        SignpostRecordBatch* batch) {
   od::document doc;
   if (impl_->parser.iterate(line.data(), line.size(), line.size() + padding).get(doc) !=
       simdjson::SUCCESS) {
@@ -66,7 +75,7 @@ bool JournalJsonLineParser::parse(std::string_view line, size_t padding,
         break;
       case od::json_type::string:
         if (v.get_string().get(s) != simdjson::SUCCESS) return false;
-        builder->add(index, s);
+        batch->addField(index, s);
         break;
       case od::json_type::array: {
         // Byte numbers (one value), or the values of a repeated field, each
@@ -90,19 +99,19 @@ bool JournalJsonLineParser::parse(std::string_view line, size_t padding,
             impl_->bytes.push_back(static_cast<char>(byte));
           } else if (t == od::json_type::string) {
             if (element.get_string().get(s) != simdjson::SUCCESS) return false;
-            builder->add(index, s);
+            batch->addField(index, s);
           } else if (t == od::json_type::array) {
             od::array inner;
             std::string value;
             if (element.get_array().get(inner) != simdjson::SUCCESS || !ReadBytes(inner, &value)) {
               return false;
             }
-            builder->add(index, value);
+            batch->addField(index, value);
           } else if (t != od::json_type::null) {
             return false;
           }
         }
-        if (byteArray) builder->add(index, impl_->bytes);
+        if (byteArray) batch->addField(index, impl_->bytes);
         break;
       }
       default:

@@ -1,5 +1,6 @@
 // Reads one line of journalctl's JSON output (one entry as one JSON object)
-// into a SignpostEntryBuilder. In that form every field value is a string, a
+// into a record of a SignpostRecordBatch: the values of the fields that
+// SignpostEntryBuilder reads, unescaped, left for it to decode. In that form every field value is a string, a
 // field the entry holds more than once is an array of its values, a value
 // that is not valid text is an array of byte numbers, and null stands for a
 // value journalctl left out (over its size limit): an absent value.
@@ -12,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "lumvane/signpost/SignpostEntryBuilder.h"
+#include "lumvane/signpost/SignpostRecordBatch.h"
 
 namespace lumvane {
 
@@ -24,12 +25,14 @@ class JournalJsonLineParser final {
   JournalJsonLineParser& operator=(const JournalJsonLineParser&) = delete;
 
   // `line` must be followed by `padding` readable bytes (at least 64).
-  // Resets `builder` and adds the line's fields to it; false, with the
-  // builder's fields incomplete, when the line is not a JSON object or one
-  // of its values has none of the shapes above.
-  [[nodiscard]] bool parse(std::string_view line, size_t padding, SignpostEntryBuilder* builder);
+  // Adds a record with the line's fields to `batch`; false, adding none,
+  // when the line is not a JSON object or one of its values has none of the
+  // shapes above.
+  [[nodiscard]] bool parse(std::string_view line, size_t padding, SignpostRecordBatch* batch);
 
  private:
+  bool parseFields(std::string_view line, size_t padding, SignpostRecordBatch* batch);
+
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "lumvane/signpost/SignpostEntryBuilder.h"
+
 namespace lumvane {
 
 void JournalReader::Closer::operator()(sd_journal* j) const { sd_journal_close(j); }
@@ -64,34 +66,46 @@ JournalReader::Next JournalReader::next(uint64_t* realtimeUsec) {
   return Next::Entry;
 }
 
-std::optional<Error> JournalReader::readEntry(SignpostEntryBuilder* builder) {
+std::optional<Error> JournalReader::readEntry(SignpostRecordBatch* batch) {
   sd_journal* j = journal_.get();
-  builder->reset();
+  SignpostRecordBatch::Record& record = batch->startRecord();
+  // The entry's own index gives the timestamps and the boot ID without a
+  // field lookup.
+  uint64_t usec = 0;
+  if (sd_journal_get_realtime_usec(j, &usec) >= 0) record.realtimeUsec = usec;
+  sd_id128_t boot;
+  if (sd_journal_get_monotonic_usec(j, &usec, &boot) >= 0) {
+    record.monotonicUsec = usec;
+    char text[SD_ID128_STRING_MAX];
+    sd_id128_to_string(boot, text);
+    std::memcpy(record.bootID.data(), text, record.bootID.size());
+    record.hasBootID = true;
+  }
   const void* data = nullptr;
   size_t length = 0;
   int r = 0;
   sd_journal_restart_data(j);
   while ((r = sd_journal_enumerate_available_data(j, &data, &length)) > 0) {
-    const std::string_view field(static_cast<const char*>(data), length);
-    const size_t eq = field.find('=');
-    if (eq == std::string_view::npos) continue;
-    const int index = SignpostEntryBuilder::fieldIndex(field.substr(0, eq));
-    if (index < 0) continue;
-    if (field.size() - eq - 1 > kMaxValueBytes) {
-      builder->markUnreadable();
-      continue;
+    // Items are copied whole and sorted by name on the decoding thread,
+    // which has time to spare; only a value too long to read is looked at
+    // here, so that a huge item of another field is never copied.
+    if (length > kMaxValueBytes) {
+      const char* const field = static_cast<const char*>(data);
+      const char* const eq = static_cast<const char*>(std::memchr(field, '=', length));
+      if (!eq) continue;
+      const size_t nameSize = static_cast<size_t>(eq - field);
+      if (length - nameSize - 1 > kMaxValueBytes) {
+        if (SignpostEntryBuilder::fieldIndex(std::string_view(field, nameSize)) >= 0) {
+          record.unreadable = true;
+        }
+        continue;
+      }
     }
-    builder->add(index, field.substr(eq + 1));
+    batch->addItem(std::string_view(static_cast<const char*>(data), length));
   }
-  if (r < 0) return Error::fromErrno("cannot read an entry of journal " + name_, -r);
-
-  uint64_t usec = 0;
-  if (sd_journal_get_realtime_usec(j, &usec) >= 0) builder->setRealtimeUsec(usec);
-  sd_id128_t boot;
-  if (sd_journal_get_monotonic_usec(j, &usec, &boot) >= 0) {
-    builder->setMonotonicUsec(usec);
-    char text[SD_ID128_STRING_MAX];
-    builder->setBootID(sd_id128_to_string(boot, text));
+  if (r < 0) {
+    batch->dropRecord();
+    return Error::fromErrno("cannot read an entry of journal " + name_, -r);
   }
   return std::nullopt;
 }

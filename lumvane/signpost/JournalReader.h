@@ -15,7 +15,7 @@
 #include <string>
 
 #include "lumvane/platform/Error.h"
-#include "lumvane/signpost/SignpostEntryBuilder.h"
+#include "lumvane/signpost/SignpostRecordBatch.h"
 
 struct sd_journal;
 
@@ -45,10 +45,12 @@ class JournalReader final {
   // After Failed, error() says why.
   Next next(uint64_t* realtimeUsec);
 
-  // Hands every field of the current entry to `builder` in one pass over
-  // the entry's data, with its timestamps and boot ID. Fields that cannot
-  // be read (compressed in a way this libsystemd does not know) are left out.
-  [[nodiscard]] std::optional<Error> readEntry(SignpostEntryBuilder* builder);
+  // Writes the current entry into `batch` as a record: the values of the
+  // fields SignpostEntryBuilder reads, copied in one pass over the entry's
+  // data, with its timestamps and boot ID. Fields that cannot be read
+  // (compressed in a way this libsystemd does not know) are left out. On
+  // an error the record is taken back.
+  [[nodiscard]] std::optional<Error> readEntry(SignpostRecordBatch* batch);
 
   const std::optional<Error>& error() const { return error_; }
 

@@ -25,12 +25,15 @@ uint64_t MicrosecondsSinceEpoch(Date d) {
 
 }  // namespace
 
-// The state of one processing. Reading runs on a worker thread: the
-// store's records are parsed and decoded there, and the signpost entries of
-// the window go through a bounded pipe, in store order, to the thread that
-// called processLogArchiveWithPath, which pairs them and calls the
-// callbacks one at a time. Each side counts into its own statistics; they
-// are added up when the worker has ended.
+// The state of one processing. Reading runs on a worker thread, which does
+// no more than walk the store and copy the raw values of the fields a
+// signpost needs; the records go through a bounded pipe, in store order, to
+// the thread that called processLogArchiveWithPath, which decodes them,
+// judges them against the window, pairs them and calls the callbacks one at
+// a time. (The walk through libsystemd or the JSON parser is the larger
+// half: decoding goes with pairing to even the two cores out.) Each side
+// counts into its own statistics; they are added up when the worker has
+// ended.
 class LogStoreExtractor::Pass {
  public:
   Pass(LogStoreExtractor& owner, Date start, Date end)
@@ -44,7 +47,7 @@ class LogStoreExtractor::Pass {
                    &owner.stats_) {}
 
   // Runs `read` (one of the read* functions below) on a worker thread while
-  // this thread pairs what it decodes; answers the reading error, if any.
+  // this thread decodes and pairs what it reads; answers the reading error, if any.
   template <typename Read>
   std::optional<Error> run(Read read) {
     std::optional<Error> readError;
@@ -52,10 +55,10 @@ class LogStoreExtractor::Pass {
       readError = read(*this);
       pipe_.finish();
     });
-    while (SignpostEntryPipe::Batch* batch = pipe_.take()) {
+    while (SignpostRecordBatch* batch = pipe_.take()) {
       bool stop = false;
-      for (size_t i = 0; i < batch->count && !(stop = stopRequested()); ++i) {
-        handleItem(batch->items[i]);
+      for (size_t i = 0; i < batch->size() && !(stop = stopRequested()); ++i) {
+        handleRecord(*batch, batch->record(i));
       }
       pipe_.giveBack(batch);
       if (stop) break;
@@ -103,15 +106,18 @@ class LogStoreExtractor::Pass {
         case LogStoreFile::Next::Oversized:
           ++readerStats_.malformedRecords;
           continue;
-        case LogStoreFile::Next::Record:
-          if (!parser_.parse(text, LogStoreFile::kPadding, &builder_)) {
+        case LogStoreFile::Next::Record: {
+          SignpostRecordBatch* batch = pipe_.batch();
+          if (!batch) return std::nullopt;
+          if (parser_.parse(text, LogStoreFile::kPadding, batch)) {
+            pipe_.commit();
+          } else {
             ++readerStats_.nonObjectLines;
-          } else if (!decode()) {
-            return std::nullopt;
           }
           // The next record may be long in coming: what has come is due now.
           if (file.mayWait()) pipe_.flush();
           break;
+        }
       }
     }
   }
@@ -138,8 +144,10 @@ class LogStoreExtractor::Pass {
         if (realtime > endUsec_) return std::nullopt;
         continue;
       }
-      if (std::optional<Error> e = journal->readEntry(&builder_)) return e;
-      if (!decode()) return std::nullopt;
+      SignpostRecordBatch* batch = pipe_.batch();
+      if (!batch) return std::nullopt;
+      if (std::optional<Error> e = journal->readEntry(batch)) return e;
+      pipe_.commit();
     }
   }
 
@@ -152,42 +160,46 @@ class LogStoreExtractor::Pass {
     return !emptyWindow_ && realtimeUsec >= startUsec_ && realtimeUsec <= endUsec_;
   }
 
-  // Worker: judges the entry in the builder and sends the signpost entries
-  // of the window on; false once the pipe is closed.
-  bool decode() {
+  // Pairing thread: one record of the store, in store order.
+  void handleRecord(const SignpostRecordBatch& batch, const SignpostRecordBatch::Record& r) {
+    builder_.reset();
+    for (size_t k = 0; k < r.fieldCount; ++k) {
+      const SignpostRecordBatch::Field& f = batch.field(r, k);
+      builder_.add(f.index, batch.value(f));
+    }
+    std::string_view item;
+    for (size_t at = r.firstItemByte; batch.nextItem(r, &at, &item);) {
+      const size_t eq = item.find('=');
+      if (eq != std::string_view::npos) builder_.add(item.substr(0, eq), item.substr(eq + 1));
+    }
+    if (r.realtimeUsec) builder_.setRealtimeUsec(*r.realtimeUsec);
+    if (r.monotonicUsec) builder_.setMonotonicUsec(*r.monotonicUsec);
+    if (r.hasBootID) builder_.setBootID(std::string_view(r.bootID.data(), r.bootID.size()));
+    if (r.unreadable) builder_.markUnreadable();
+
     const SignpostEntryBuilder::Verdict verdict = builder_.finish();
     switch (verdict) {
       case SignpostEntryBuilder::Verdict::NotSignpost:
-        ++readerStats_.otherEntries;
-        return true;
+        ++stats_.otherEntries;
+        return;
       case SignpostEntryBuilder::Verdict::NoRealtime:
-        ++readerStats_.malformedRecords;
-        return true;
+        ++stats_.malformedRecords;
+        return;
       case SignpostEntryBuilder::Verdict::Malformed:
       case SignpostEntryBuilder::Verdict::Signpost:
         break;
     }
     if (!inWindow(*builder_.realtimeUsec())) {
-      ++readerStats_.recordsOutsideWindow;
-      return true;
+      ++stats_.recordsOutsideWindow;
+      return;
     }
-    SignpostEntryPipe::Item* item = pipe_.slot();
-    if (!item) return false;
-    item->malformed = verdict == SignpostEntryBuilder::Verdict::Malformed;
-    if (!item->malformed) builder_.takeEntry(&item->entry);
-    pipe_.commit();
-    return true;
-  }
-
-  // Pairing thread: one signpost entry of the window, in store order.
-  void handleItem(const SignpostEntryPipe::Item& item) {
     ++stats_.recordsInWindow;
     owner_.processed_.store(stats_.recordsInWindow, std::memory_order_relaxed);
-    if (item.malformed) {
+    if (verdict == SignpostEntryBuilder::Verdict::Malformed) {
       ++stats_.malformedRecords;
       return;
     }
-    assembler_.add(item.entry);
+    assembler_.add(builder_.entry());
   }
 
   LogStoreExtractor& owner_;
@@ -197,10 +209,10 @@ class LogStoreExtractor::Pass {
   const bool emptyWindow_;
   // The worker's.
   JournalJsonLineParser parser_;
-  SignpostEntryBuilder builder_;
   LogStoreReadStatistics readerStats_;
   SignpostEntryPipe pipe_;
   // The pairing thread's.
+  SignpostEntryBuilder builder_;
   SignpostObjectAssembler assembler_;
 };
 

@@ -4,9 +4,10 @@
 // It pairs begins with ends into intervals and animation intervals, turns
 // single events into event objects and hands each to its callback, in the
 // order of the store, on the thread that called processLogArchiveWithPath.
-// The store itself is read and decoded on a worker thread that the
-// processing starts and joins, so that parsing and pairing use two cores;
-// between the two, at most a few thousand decoded entries wait.
+// The store itself is walked on a worker thread that the processing starts
+// and joins, which hands on the raw fields a signpost needs; decoding and
+// pairing run on the calling thread, so that the two use two cores. Between
+// the two, at most a few thousand records (and a few MB) wait.
 //
 // Without a path, the store is $LUMVANE_SIGNPOST_STORE, or the machine's
 // own journal when that is unset or empty (SignpostStoreLocation tells the

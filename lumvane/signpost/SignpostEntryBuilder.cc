@@ -162,7 +162,7 @@ void SignpostEntryBuilder::reset() {
   unreadable_ = false;
   realtime_.reset();
   monotonic_.reset();
-  bootIDOverride_.clear();
+  bootIDOverride_.reset();
 }
 
 void SignpostEntryBuilder::add(int fieldIndex, std::string_view value) {
@@ -173,26 +173,26 @@ void SignpostEntryBuilder::add(int fieldIndex, std::string_view value) {
   }
   if (fieldIndex == kAttributeField) {
     if (attributeCount_ == attributes_.size()) attributes_.emplace_back();
-    attributes_[attributeCount_++].assign(value);
+    attributes_[attributeCount_++] = value;
     return;
   }
   Slot& slot = slots_[static_cast<size_t>(fieldIndex)];
   if (!slot.present) {
-    slot.value.assign(value);
+    slot.value = value;
     slot.present = true;
   } else if (slot.value != value) {
     slot.conflict = true;
   }
 }
 
-const std::string* SignpostEntryBuilder::text(Field f) const {
+const std::string_view* SignpostEntryBuilder::text(Field f) const {
   const Slot& s = slots_[f];
   return s.present && !s.conflict ? &s.value : nullptr;
 }
 
 std::optional<uint64_t> SignpostEntryBuilder::realtimeUsec() const {
   if (realtime_) return realtime_;
-  const std::string* t = text(kRealtime);
+  const std::string_view* t = text(kRealtime);
   return t ? ParseUnsigned(*t) : std::nullopt;
 }
 
@@ -210,11 +210,11 @@ bool SignpostEntryBuilder::readEntry() {
   for (int f = kType; f <= kBoottime; ++f) {
     if (slots_[f].conflict) return false;
   }
-  const std::string* type = text(kType);
-  const std::string* id = text(kID);
-  const std::string* scope = text(kScope);
-  const std::string* subsystem = text(kSubsystem);
-  const std::string* category = text(kCategory);
+  const std::string_view* type = text(kType);
+  const std::string_view* id = text(kID);
+  const std::string_view* scope = text(kScope);
+  const std::string_view* subsystem = text(kSubsystem);
+  const std::string_view* category = text(kCategory);
   if (!type || !id || !scope || !subsystem || !category) return false;
 
   if (*type == "begin") {
@@ -241,7 +241,7 @@ bool SignpostEntryBuilder::readEntry() {
 
   // Text fields end up in payloads and log lines: they must be text.
   auto readText = [this](Field f, std::optional<std::string>* out) {
-    const std::string* t = text(f);
+    const std::string_view* t = text(f);
     if (!t) {
       out->reset();
       return true;
@@ -259,20 +259,28 @@ bool SignpostEntryBuilder::readEntry() {
   e.category.assign(*category);
   if (!readText(kName, &e.name)) return false;
 
-  const std::string* telemetry = text(kTelemetry);
-  const std::string* animation = text(kAnimation);
+  const std::string_view* telemetry = text(kTelemetry);
+  const std::string_view* animation = text(kAnimation);
   e.telemetry = telemetry && *telemetry == "1";
   e.animation = animation && *animation == "1";
 
   // Argument slots: filled when both the name and a readable value are
   // there, never half.
   SignpostArguments& a = e.arguments;
+  auto slotText = [this](Field f, const std::string_view** out) {
+    *out = text(f);
+    return !*out || IsText(**out);
+  };
+  // Slots are filled in place, so that their strings keep their buffers
+  // from entry to entry.
   auto stringSlot = [&](Field nameField, Field valueField,
                         std::optional<SignpostArguments::StringSlot>* slot) {
-    std::optional<std::string> n, v;
-    if (!readText(nameField, &n) || !readText(valueField, &v)) return false;
+    const std::string_view *n, *v;
+    if (!slotText(nameField, &n) || !slotText(valueField, &v)) return false;
     if (n && v) {
-      *slot = SignpostArguments::StringSlot{std::move(*n), std::move(*v)};
+      if (!*slot) slot->emplace();
+      (*slot)->name.assign(*n);
+      (*slot)->value.assign(*v);
     } else {
       slot->reset();
     }
@@ -280,12 +288,14 @@ bool SignpostEntryBuilder::readEntry() {
   };
   auto numberSlot = [&](Field nameField, Field valueField,
                         std::optional<SignpostArguments::NumberSlot>* slot) {
-    std::optional<std::string> n;
-    if (!readText(nameField, &n)) return false;
-    const std::string* v = text(valueField);
+    const std::string_view* n;
+    if (!slotText(nameField, &n)) return false;
+    const std::string_view* v = text(valueField);
     const std::optional<Number> value = v ? parseNumber(*v) : std::nullopt;
     if (n && value) {
-      *slot = SignpostArguments::NumberSlot{std::move(*n), *value};
+      if (!*slot) slot->emplace();
+      (*slot)->name.assign(*n);
+      (*slot)->value = *value;
     } else {
       slot->reset();
     }
@@ -302,12 +312,12 @@ bool SignpostEntryBuilder::readEntry() {
   a.attributes.clear();
   std::vector<bool> clash;
   for (size_t i = 0; i < attributeCount_; ++i) {
-    const std::string& t = attributes_[i];
+    const std::string_view t = attributes_[i];
     if (!IsText(t)) return false;
     const size_t eq = t.find('=');
-    if (eq == std::string::npos) continue;
-    const std::string_view key(t.data(), eq);
-    const std::string_view value(t.data() + eq + 1, t.size() - eq - 1);
+    if (eq == std::string_view::npos) continue;
+    const std::string_view key = t.substr(0, eq);
+    const std::string_view value = t.substr(eq + 1);
     size_t k = 0;
     while (k < a.attributes.size() && a.attributes[k].first != key) ++k;
     if (k == a.attributes.size()) {
@@ -328,28 +338,28 @@ bool SignpostEntryBuilder::readEntry() {
   // The process: the one the entry was sent on behalf of, else the sender.
   const bool onBehalf = slots_[kObjectPID].present;
   const Field pidField = onBehalf ? kObjectPID : kPID;
-  const std::string* pid = text(pidField);
+  const std::string_view* pid = text(pidField);
   e.pid = pid ? ParseUnsigned(*pid) : std::nullopt;
   if (!readText(onBehalf ? kObjectExe : kExe, &e.processImagePath) ||
       !readText(onBehalf ? kObjectComm : kComm, &e.processName)) {
     return false;
   }
-  const std::string* tid = text(kTID);
+  const std::string_view* tid = text(kTID);
   e.tid = tid ? ParseUnsigned(*tid) : std::nullopt;
   if (e.scope != SignpostEntry::Scope::System && !e.pid) return false;
   if (e.scope == SignpostEntry::Scope::Thread && !e.tid) return false;
 
-  const std::string* boottime = text(kBoottime);
+  const std::string_view* boottime = text(kBoottime);
   e.time.boottimeNsec = boottime ? ParseUnsigned(*boottime) : std::nullopt;
   if (monotonic_) {
     e.time.monotonicUsec = monotonic_;
   } else {
-    const std::string* m = text(kMonotonic);
+    const std::string_view* m = text(kMonotonic);
     e.time.monotonicUsec = m ? ParseUnsigned(*m) : std::nullopt;
   }
-  if (!bootIDOverride_.empty()) {
-    e.bootID.assign(bootIDOverride_);
-  } else if (const std::string* b = text(kBootID)) {
+  if (bootIDOverride_ && !bootIDOverride_->empty()) {
+    e.bootID.assign(*bootIDOverride_);
+  } else if (const std::string_view* b = text(kBootID)) {
     e.bootID.assign(*b);
   } else {
     e.bootID.clear();

@@ -16,7 +16,10 @@
 // a key given twice with different values is left out, since the journal
 // keeps no order among a field's values.
 //
-// Not thread-safe; one builder per reading thread.
+// Values are not copied: the bytes given to add() and setBootID() must stay
+// put until the next reset(); entry() holds copies.
+//
+// Not thread-safe; one builder per decoding thread.
 #pragma once
 
 #include <array>
@@ -43,7 +46,7 @@ class SignpostEntryBuilder final {
     Signpost,     // entry() holds it
   };
 
-  // Forgets the fields of the previous entry (keeping its buffers).
+  // Forgets the fields of the previous entry (keeping the entry's buffers).
   void reset();
 
   // One value of one field of the current entry.
@@ -67,7 +70,7 @@ class SignpostEntryBuilder final {
   // take precedence over the same values given as fields.
   void setRealtimeUsec(uint64_t usec) { realtime_ = usec; }
   void setMonotonicUsec(uint64_t usec) { monotonic_ = usec; }
-  void setBootID(std::string_view id) { bootIDOverride_.assign(id); }
+  void setBootID(std::string_view id) { bootIDOverride_ = id; }
 
   // Whether the entry seen so far is a signpost and its realtime timestamp:
   // enough to judge the window before finish() reads the rest.
@@ -78,9 +81,6 @@ class SignpostEntryBuilder final {
   // the next reset().
   Verdict finish();
   const SignpostEntry& entry() const { return entry_; }
-  // Hands entry() over by swapping it with `*out`, whose buffers the builder
-  // reuses for the next entry: no copy of the entry's text.
-  void takeEntry(SignpostEntry* out) { std::swap(entry_, *out); }
 
   // A number argument's text: a signed 64-bit integer with an optional sign,
   // an unsigned one without, else a float in JSON's number grammar.
@@ -98,22 +98,22 @@ class SignpostEntryBuilder final {
   };
   // The first value of a field and whether a different one followed.
   struct Slot {
-    std::string value;
+    std::string_view value;
     bool present = false;
     bool conflict = false;
   };
 
-  const std::string* text(Field f) const;  // nullptr when absent or in conflict
+  const std::string_view* text(Field f) const;  // nullptr when absent or in conflict
   bool readEntry();
 
   std::array<Slot, kFieldCount> slots_;
-  std::vector<std::string> attributes_;
+  std::vector<std::string_view> attributes_;
   size_t attributeCount_ = 0;
   bool isSignpost_ = false;
   bool unreadable_ = false;
   std::optional<uint64_t> realtime_;
   std::optional<uint64_t> monotonic_;
-  std::string bootIDOverride_;
+  std::optional<std::string_view> bootIDOverride_;
   SignpostEntry entry_;
 };
 

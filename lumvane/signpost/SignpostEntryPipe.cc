@@ -2,32 +2,33 @@
 
 namespace lumvane {
 
-SignpostEntryPipe::SignpostEntryPipe(size_t batches, size_t batchItems)
-    : batchItems_(batchItems ? batchItems : 1) {
+SignpostEntryPipe::SignpostEntryPipe(size_t batches, size_t batchRecords)
+    : batchRecords_(batchRecords ? batchRecords : 1) {
   for (size_t i = 0; i < (batches ? batches : 1); ++i) {
-    pool_.push_back(std::make_unique<Batch>());
-    pool_.back()->items.resize(batchItems_);
+    pool_.push_back(std::make_unique<SignpostRecordBatch>());
     free_.push_back(pool_.back().get());
   }
 }
 
-SignpostEntryPipe::Item* SignpostEntryPipe::slot() {
-  if (filling_ && filling_->count < batchItems_) {
+SignpostRecordBatch* SignpostEntryPipe::batch() {
+  if (filling_) {
     // The producer owns the batch it fills: no lock to take.
-    if (closed_.load(std::memory_order_relaxed)) return nullptr;
-    return &filling_->items[filling_->count];
+    return closed_.load(std::memory_order_relaxed) ? nullptr : filling_;
   }
   std::unique_lock<std::mutex> lock(mutex_);
-  if (filling_) handOver();
   changed_.wait(lock, [this] { return closed_ || !free_.empty(); });
   if (closed_) return nullptr;
   filling_ = free_.front();
   free_.pop_front();
-  filling_->count = 0;
-  return &filling_->items[0];
+  filling_->clear();
+  return filling_;
 }
 
-void SignpostEntryPipe::commit() { ++filling_->count; }
+void SignpostEntryPipe::commit() {
+  if (filling_->size() < batchRecords_ && filling_->bytes() < kBatchBytes) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  handOver();
+}
 
 void SignpostEntryPipe::handOver() {
   ready_.push_back(filling_);
@@ -36,14 +37,14 @@ void SignpostEntryPipe::handOver() {
 }
 
 void SignpostEntryPipe::flush() {
-  if (!filling_ || filling_->count == 0) return;
+  if (!filling_ || filling_->size() == 0) return;
   std::lock_guard<std::mutex> lock(mutex_);
   handOver();
 }
 
 void SignpostEntryPipe::finish() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (filling_ && filling_->count > 0) {
+  if (filling_ && filling_->size() > 0) {
     handOver();
   } else if (filling_) {
     free_.push_back(filling_);
@@ -53,16 +54,16 @@ void SignpostEntryPipe::finish() {
   changed_.notify_all();
 }
 
-SignpostEntryPipe::Batch* SignpostEntryPipe::take() {
+SignpostRecordBatch* SignpostEntryPipe::take() {
   std::unique_lock<std::mutex> lock(mutex_);
   changed_.wait(lock, [this] { return closed_ || finished_ || !ready_.empty(); });
   if (closed_ || ready_.empty()) return nullptr;
-  Batch* b = ready_.front();
+  SignpostRecordBatch* b = ready_.front();
   ready_.pop_front();
   return b;
 }
 
-void SignpostEntryPipe::giveBack(Batch* batch) {
+void SignpostEntryPipe::giveBack(SignpostRecordBatch* batch) {
   std::lock_guard<std::mutex> lock(mutex_);
   free_.push_back(batch);
   changed_.notify_all();
