@@ -1,6 +1,7 @@
-// The collector's pipeline and its database's schema steps: no message is
-// acknowledged before the commit that stores it, whatever the batch shape,
-// and a database of an older schema keeps its events when it is upgraded.
+// The collector's pipeline and what feeds it: no message is acknowledged
+// before the commit that stores it, whatever the batch shape; a database of
+// an older schema keeps its events when it is upgraded; one decoder gives
+// each event its own day.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -10,6 +11,7 @@
 
 #include "collect/Collector.h"
 #include "collect/EventStore.h"
+#include "collect/FleetEventDecoder.h"
 #include "collect/SqliteStatement.h"
 #include "fleet/FleetConnection.h"
 #include "tests/support/NatsTestServer.h"
@@ -168,6 +170,22 @@ TEST(EventStoreSchemaTest, UpgradesOlderFilesAndRefusesNewerOnes) {
       EXPECT_EQ(CountRows(db, "SELECT json_extract(payload, '$.N') FROM events WHERE event_id = 'k:1:9'"), 2);
       EXPECT_EQ(CountRows(db, "SELECT received_us FROM rejected WHERE event_id = 'k:1:5'"), 7);
     }
+  }
+}
+
+TEST(FleetEventDecoderDayTest, FollowsTheSendTimeAcrossDaysInOneDecoder) {
+  // One decoder, send times going forwards and backwards over midnights.
+  const std::pair<int64_t, const char*> cases[] = {
+      {1714521600000000, "2024-05-01"}, {1714607999999999, "2024-05-01"}, {1714608000000000, "2024-05-02"},
+      {1714521599999999, "2024-04-30"}, {1714521600000000, "2024-05-01"}, {0, "1970-01-01"},
+      {-1, "1969-12-31"},               {-86400000000, "1969-12-31"},     {-86400000001, "1969-12-30"},
+  };
+  FleetEventDecoder decoder;
+  for (auto [sent, day] : cases) {
+    FleetEvent event;
+    const std::string line = "{\"name\": \"e\", \"payload\": {}, \"sent\": " + std::to_string(sent) + "}";
+    ASSERT_FALSE(decoder.decode("lumvane.k.e", "k:1:0", line, &event));
+    EXPECT_EQ(event.day, day) << sent;
   }
 }
 
