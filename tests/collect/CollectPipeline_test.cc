@@ -106,10 +106,11 @@ TEST(CollectPipelineTest, AcknowledgesNothingBeforeItsCommit) {
     Collector collector(settings, options, store.get());
     ASSERT_FALSE(collector.run(stop));
     EXPECT_EQ(collector.counts().stored, kEvents);
-    // The collector has flushed its acknowledgements; a round trip on this
-    // connection lets their copies arrive.
-    ASSERT_EQ(natsConnection_Flush(connection->connection()), NATS_OK);
-    subscription.reset();
+    // The collector has flushed its acknowledgements to the server; a drain
+    // hands every copy the server has routed to the handler, and returns
+    // when no handler call is left.
+    ASSERT_EQ(natsSubscription_Drain(subscription.get()), NATS_OK);
+    ASSERT_EQ(natsSubscription_WaitForDrainCompletion(subscription.get(), 10000), NATS_OK);
     std::lock_guard<std::mutex> lock(watch.mutex);
     EXPECT_EQ(watch.acks, kEvents);
     EXPECT_EQ(watch.ahead, 0) << "acknowledged before the commit";
