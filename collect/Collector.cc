@@ -201,6 +201,7 @@ Collector::Outcome Collector::collect(CollectSession& session, const std::atomic
     natsStatus s = natsSubscription_Fetch(next.messages->get(), session.subscription.get(), options_.batch,
                                           options_.fetchWaitMs, &code);
     if (s == NATS_TIMEOUT || (s == NATS_OK && (*next.messages)->Count == 0)) {
+      failures = 0;
       next.messages.reset();
       if (!settleInFlight()) return Outcome::Abandoned;
       prune();  // the writer is idle
@@ -224,6 +225,7 @@ Collector::Outcome Collector::collect(CollectSession& session, const std::atomic
       SleepUnlessStopped(backoff->delay(++failures), stop);
       continue;
     }
+    failures = 0;
     decode(next, decoder);
     // The writer takes the next batch as soon as it is done with this one;
     // the acknowledgements go out while it writes.
@@ -278,7 +280,6 @@ bool Collector::settle(FetchedBatch& batch, StoreOutcome outcome, int* failures,
     SleepUnlessStopped(backoff.delay(++*failures), stop);
     return true;
   }
-  *failures = 0;
   if (!outcome.proceed) return false;
   for (const RejectedMessage& r : batch.store.rejected) {
     fleet::FleetLog("kept message " + r.eventId + " on " + r.subject + " as rejected: " + r.reason);
