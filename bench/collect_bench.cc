@@ -6,9 +6,15 @@
 //   loop:  the Collector (fetch, decode, insert, commit, ack) against a
 //          local nats-server  vs  a bare pull-and-acknowledge loop of the
 //          same messages from the same server.
-// Prints the median events/s of each and their ratio.
-// Usage: collect_bench [--events N] [--rounds N] [--batch N]
+// Prints the median events/s of each and their ratio, and the median CPU
+// time per event of the benchmark process (all its threads) and of the
+// server, which show what bounds the loop on a machine whose cores the
+// two share. Both loops are timed from before they connect until the last
+// batch is done: committed (the collector) or acknowledged (the bare loop).
+// Usage: collect_bench [--events N] [--rounds N] [--batch N] [--only store|loop]
+#include <dirent.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +22,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -62,6 +69,65 @@ double Median(std::vector<double> v) {
 }
 
 double Seconds(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+// CPU seconds used so far by this process, all threads.
+double OwnCpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec + usage.ru_stime.tv_usec / 1e6;
+}
+
+// The nats-server this process started (its only child of that name), or -1.
+pid_t ServerPid() {
+  DIR* proc = opendir("/proc");
+  if (!proc) return -1;
+  pid_t found = -1;
+  while (dirent* entry = readdir(proc)) {
+    std::ifstream stat(std::string("/proc/") + entry->d_name + "/stat");
+    std::string pid, comm, state;
+    pid_t parent = 0;
+    if (stat >> pid >> comm >> state >> parent && parent == getpid() && comm == "(nats-server)") {
+      found = std::atoi(pid.c_str());
+    }
+  }
+  closedir(proc);
+  return found;
+}
+
+// CPU seconds used so far by process `pid` (0 when unknown).
+double ProcessCpuSeconds(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string field;
+  // utime and stime are fields 14 and 15; the name (field 2) has no spaces here.
+  double ticks = 0;
+  for (int i = 1; i <= 15 && stat >> field; ++i) {
+    if (i >= 14) ticks += std::atof(field.c_str());
+  }
+  return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+// Events/s of one round and the CPU per event it cost, in µs.
+struct Round {
+  double rate = 0, clientMicros = 0, serverMicros = 0;
+};
+
+// Measures `run` (which returns the events/s it saw) with the CPU used by
+// this process and by the server meanwhile.
+template <typename Run>
+Round Measure(pid_t server, int count, Run run) {
+  const double client = OwnCpuSeconds(), serverCpu = server > 0 ? ProcessCpuSeconds(server) : 0;
+  Round round;
+  round.rate = run();
+  round.clientMicros = (OwnCpuSeconds() - client) * 1e6 / count;
+  round.serverMicros = server > 0 ? (ProcessCpuSeconds(server) - serverCpu) * 1e6 / count : 0;
+  return round;
+}
+
+double MedianOf(const std::vector<Round>& rounds, double Round::*field) {
+  std::vector<double> values;
+  for (const Round& r : rounds) values.push_back(r.*field);
+  return Median(values);
+}
 
 [[noreturn]] void Fail(const std::string& what) {
   std::fprintf(stderr, "collect_bench: %s\n", what.c_str());
@@ -153,6 +219,7 @@ void Publish(const fleet::ConnectionSettings& settings, const std::vector<Messag
 
 // The baseline loop: an explicit durable consumer, fetch, ack each message.
 double BarePullAndAck(const fleet::ConnectionSettings& settings, const std::string& consumer, int count, int batch) {
+  const auto start = Clock::now();
   std::unique_ptr<fleet::FleetConnection> connection;
   if (auto error = fleet::FleetConnection::Open(settings, std::make_shared<fleet::Backoff>(settings.backoff),
                                                 nullptr, &connection)) {
@@ -177,7 +244,6 @@ double BarePullAndAck(const fleet::ConnectionSettings& settings, const std::stri
     Fail("subscribe");
   }
   fleet::NatsSubscriptionPtr sub(raw);
-  const auto start = Clock::now();
   int received = 0;
   while (received < count) {
     fleet::NatsMsgListHolder list;
@@ -186,15 +252,15 @@ double BarePullAndAck(const fleet::ConnectionSettings& settings, const std::stri
     for (int i = 0; i < list->Count; ++i) natsMsg_Ack(list->Msgs[i], nullptr);
     received += list->Count;
   }
-  natsConnection_Flush(connection->connection());
   const double rate = count / Seconds(start);
+  natsConnection_Flush(connection->connection());
   sub.reset();
   js_DeleteConsumer(js, fleet::kStreamName, consumer.c_str(), nullptr, nullptr);
   return rate;
 }
 
-// The collector's whole loop, timed until every message is committed and
-// the acknowledgements have gone out.
+// The collector's whole loop, timed from before it connects until every
+// message is committed (every batch but the last is acknowledged by then).
 double OursLoop(const fleet::ConnectionSettings& settings, const std::string& consumer, int count, int batch,
                 const std::string& path) {
   std::unique_ptr<collect::EventStore> store;
@@ -233,13 +299,19 @@ double OursLoop(const fleet::ConnectionSettings& settings, const std::string& co
 
 int main(int argc, char** argv) {
   int count = 50000, rounds = 7, batch = 1024;
+  std::string only;  // "store" or "loop" to run one part (for profiling)
   for (int i = 1; i < argc; ++i) {
     const std::string flag = argv[i];
     if (flag == "--help") {
-      std::puts("Usage: collect_bench [--events N] [--rounds N] [--batch N]");
+      std::puts("Usage: collect_bench [--events N] [--rounds N] [--batch N] [--only store|loop]");
       return 0;
     }
     if (i + 1 >= argc) Fail("unknown or incomplete option " + flag);
+    if (flag == "--only") {
+      only = argv[++i];
+      if (only != "store" && only != "loop") Fail("--only takes store or loop");
+      continue;
+    }
     const int value = std::atoi(argv[++i]);
     if (value <= 0) Fail(flag + " needs a positive number");
     if (flag == "--events") count = value;
@@ -260,28 +332,48 @@ int main(int argc, char** argv) {
   for (std::size_t i = 0; i < messages.size(); ++i) {
     if (decoder.decode(messages[i].subject, messages[i].id, messages[i].line, &rows[i])) Fail("decode");
   }
-  std::vector<double> bareStore, oursStore;
-  for (int r = 0; r < rounds; ++r) {
-    bareStore.push_back(BareStore(rows, FreshDatabase(dir, r, "bare"), batch));
-    oursStore.push_back(OursStore(messages, FreshDatabase(dir, r, "ours"), batch));
+  const pid_t serverPid = ServerPid();
+  std::vector<Round> bareStore, oursStore;
+  for (int r = 0; r < rounds && only != "loop"; ++r) {
+    bareStore.push_back(Measure(-1, count, [&] { return BareStore(rows, FreshDatabase(dir, r, "bare"), batch); }));
+    oursStore.push_back(Measure(-1, count, [&] { return OursStore(messages, FreshDatabase(dir, r, "ours"), batch); }));
   }
-  std::printf("store stage, %d events, batches of %d, median of %d alternated rounds:\n", count, batch, rounds);
-  std::printf("  bare batched SQLite insert   %10.0f events/s\n", Median(bareStore));
-  std::printf("  decode + EventStore insert   %10.0f events/s\n", Median(oursStore));
-  std::printf("  ratio                        %10.2f\n", Median(oursStore) / Median(bareStore));
+  if (only != "loop") {
+    std::printf("store stage, %d events, batches of %d, median of %d alternated rounds:\n", count, batch, rounds);
+    std::printf("  bare batched SQLite insert   %10.0f events/s  %5.2f µs CPU/event\n",
+                MedianOf(bareStore, &Round::rate), MedianOf(bareStore, &Round::clientMicros));
+    std::printf("  decode + EventStore insert   %10.0f events/s  %5.2f µs CPU/event\n",
+                MedianOf(oursStore, &Round::rate), MedianOf(oursStore, &Round::clientMicros));
+    std::printf("  ratio                        %10.2f\n",
+                MedianOf(oursStore, &Round::rate) / MedianOf(bareStore, &Round::rate));
+  }
+  if (only == "store") return 0;
 
   fleet::ConnectionSettings settings;
   settings.servers = {server->url()};
   settings.stream.create = true;
   Publish(settings, messages);
-  std::vector<double> bareLoop, oursLoop;
+  std::vector<Round> bareLoop, oursLoop;
+  std::vector<double> pairRatios;  // round by round
   for (int r = 0; r < rounds; ++r) {
-    bareLoop.push_back(BarePullAndAck(settings, "bare" + std::to_string(r), count, batch));
-    oursLoop.push_back(OursLoop(settings, "ours" + std::to_string(r), count, batch, FreshDatabase(dir, r, "loop")));
+    bareLoop.push_back(Measure(serverPid, count, [&] {
+      return BarePullAndAck(settings, "bare" + std::to_string(r), count, batch);
+    }));
+    oursLoop.push_back(Measure(serverPid, count, [&] {
+      return OursLoop(settings, "ours" + std::to_string(r), count, batch, FreshDatabase(dir, r, "loop"));
+    }));
+    pairRatios.push_back(oursLoop.back().rate / bareLoop.back().rate);
   }
-  std::printf("whole loop against a local nats-server, same events:\n");
-  std::printf("  bare pull-and-ack loop       %10.0f events/s\n", Median(bareLoop));
-  std::printf("  collector (fetch..ack)       %10.0f events/s\n", Median(oursLoop));
-  std::printf("  ratio                        %10.2f\n", Median(oursLoop) / Median(bareLoop));
+  std::printf("whole loop against a local nats-server, same events (CPU per event: this process, server):\n");
+  std::printf("  bare pull-and-ack loop       %10.0f events/s  %5.2f + %5.2f µs\n", MedianOf(bareLoop, &Round::rate),
+              MedianOf(bareLoop, &Round::clientMicros), MedianOf(bareLoop, &Round::serverMicros));
+  std::printf("  collector (fetch..ack)       %10.0f events/s  %5.2f + %5.2f µs\n", MedianOf(oursLoop, &Round::rate),
+              MedianOf(oursLoop, &Round::clientMicros), MedianOf(oursLoop, &Round::serverMicros));
+  std::printf("  ratio                        %10.2f  (median of the rounds' own ratios %.2f)\n",
+              MedianOf(oursLoop, &Round::rate) / MedianOf(bareLoop, &Round::rate), Median(pairRatios));
+  if (only.empty()) {
+    std::printf("  store stage / bare loop      %10.2f\n",
+                MedianOf(oursStore, &Round::rate) / MedianOf(bareLoop, &Round::rate));
+  }
   return 0;
 }

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "collect/FleetEventDecoder.h"
@@ -16,6 +18,11 @@ namespace lumvane::collect {
 struct CollectSession {
   std::unique_ptr<fleet::FleetConnection> connection;
   fleet::NatsSubscriptionPtr subscription;
+};
+
+struct FetchedBatch {
+  std::unique_ptr<fleet::NatsMsgListHolder> messages;  // null once settled
+  StoreBatch store;                                    // what the messages decode to
 };
 
 namespace {
@@ -37,15 +44,17 @@ void SleepUnlessStopped(std::chrono::milliseconds ms, const std::atomic<bool>& s
   }
 }
 
-std::string MessageId(natsMsg* msg) {
+// The message's ID header, valid while `msg` lives, or one made in
+// `fallback` from the stream sequence.
+std::string_view MessageId(natsMsg* msg, std::string* fallback) {
   const char* id = nullptr;
   if (natsMsgHeader_Get(msg, "Nats-Msg-Id", &id) == NATS_OK && id && *id) return id;
   // Not published by lumvane-upload: the stream sequence is still unique.
   jsMsgMetaData* meta = nullptr;
   if (natsMsg_GetMetaData(&meta, msg) != NATS_OK) return {};
-  std::string fallback = std::string(meta->Stream) + ":" + std::to_string(meta->Sequence.Stream);
+  *fallback = std::string(meta->Stream) + ":" + std::to_string(meta->Sequence.Stream);
   jsMsgMetaData_Destroy(meta);
-  return fallback;
+  return *fallback;
 }
 
 }  // namespace
@@ -154,88 +163,132 @@ std::optional<Error> Collector::run(const std::atomic<bool>& stop) {
   return std::nullopt;
 }
 
-// One batch at a time: fetch, decode, commit, then acknowledge. The
-// client library's pull subscription and its messages stay on this one
-// thread.
+// Fetch and decode batch n+1 while the writer commits batch n; then, once
+// n has committed, hand n+1 to the writer and acknowledge n. The client
+// library's pull subscription and its messages stay on this one thread.
 Collector::Outcome Collector::collect(CollectSession& session, const std::atomic<bool>& stop) {
   FleetEventDecoder decoder;
-  std::vector<FleetEvent> events;
-  std::vector<RejectedMessage> rejected;
+  // Two batches take turns, so that their buffers are reused.
+  FetchedBatch batches[2];
+  FetchedBatch* inFlight = nullptr;  // with the writer, or committed and not yet settled
   auto backoff = std::make_shared<fleet::Backoff>(settings_.backoff);
   int failures = 0;
+  BatchWriter writer(store_, [this](const StoreBatch& batch, int64_t inserted) {
+    counts_.stored += inserted;
+    counts_.rejected += static_cast<int64_t>(batch.rejected.size());
+    return options_.afterCommit ? options_.afterCommit() : true;
+  });
+  // Waits for the batch in flight and acknowledges it (or not); false when
+  // `afterCommit` asked to stop.
+  auto settleInFlight = [&] {
+    if (!inFlight) return true;
+    FetchedBatch* batch = std::exchange(inFlight, nullptr);
+    return settle(*batch, writer.wait(), &failures, *backoff, stop);
+  };
+  Outcome outcome = Outcome::Stopped;
   while (!stop.load()) {
-    prune();
     // A pull subscription is not carried across the client library's own
     // reconnect (that path corrupts its heap now and then): once the
     // connection is lost, the session is dropped and opened afresh. What
     // was fetched and not acknowledged comes again after the ack wait.
-    if (session.connection->state() != fleet::ConnectionState::Connected) return Outcome::Reconnect;
-    fleet::NatsMsgListHolder list;
+    if (session.connection->state() != fleet::ConnectionState::Connected) {
+      outcome = Outcome::Reconnect;
+      break;
+    }
+    FetchedBatch& next = inFlight == &batches[0] ? batches[1] : batches[0];
+    next.messages = std::make_unique<fleet::NatsMsgListHolder>();
     jsErrCode code = static_cast<jsErrCode>(0);
-    natsStatus s = natsSubscription_Fetch(list.get(), session.subscription.get(), options_.batch,
+    natsStatus s = natsSubscription_Fetch(next.messages->get(), session.subscription.get(), options_.batch,
                                           options_.fetchWaitMs, &code);
-    if (s == NATS_TIMEOUT || (s == NATS_OK && list->Count == 0)) {
+    if (s == NATS_TIMEOUT || (s == NATS_OK && (*next.messages)->Count == 0)) {
       failures = 0;
+      next.messages.reset();
+      if (!settleInFlight()) return Outcome::Abandoned;
+      prune();  // the writer is idle
       if (options_.drain) {
         jsConsumerInfo* raw = nullptr;
         if (js_GetConsumerInfo(&raw, session.connection->jetStream(), fleet::kStreamName,
                                options_.consumer.c_str(), nullptr, &code) == NATS_OK) {
           fleet::JsConsumerInfoPtr info(raw);
-          if (info->NumPending == 0 && info->NumAckPending == 0) return Outcome::Drained;
+          if (info->NumPending == 0 && info->NumAckPending == 0) {
+            outcome = Outcome::Drained;
+            break;
+          }
         }
       }
       continue;
     }
     if (s != NATS_OK) {
+      next.messages.reset();
+      if (!settleInFlight()) return Outcome::Abandoned;
       logOnce("cannot fetch from " + session.connection->url() + ": " + fleet::NatsErrorText(s) + "; retrying");
       SleepUnlessStopped(backoff->delay(++failures), stop);
       continue;
     }
     failures = 0;
-    if (!write(*list.get(), decoder, events, rejected)) {
-      // Not acknowledged: the server delivers the batch again.
-      for (int i = 0; i < list->Count; ++i) (void)natsMsg_NakWithDelay(list->Msgs[i], 1000, nullptr);
-      SleepUnlessStopped(backoff->delay(++failures), stop);
-      continue;
+    decode(next, decoder);
+    // The writer takes the next batch as soon as it is done with this one;
+    // the acknowledgements go out while it writes.
+    FetchedBatch* done = std::exchange(inFlight, nullptr);
+    StoreOutcome result;
+    if (done) result = writer.wait();
+    if (!done || result.proceed) {
+      prune();  // the writer is idle
+      writer.submit(&next.store);
+      inFlight = &next;
     }
-    if (options_.afterCommit && !options_.afterCommit()) return Outcome::Abandoned;
-    for (int i = 0; i < list->Count; ++i) {
-      // A lost acknowledgement only means a redelivery, which the store ignores.
-      (void)natsMsg_Ack(list->Msgs[i], nullptr);
-    }
+    if (done && !settle(*done, std::move(result), &failures, *backoff, stop)) return Outcome::Abandoned;
   }
-  return Outcome::Stopped;
+  if (!settleInFlight()) return Outcome::Abandoned;
+  return outcome;
 }
 
-bool Collector::write(natsMsgList& list, FleetEventDecoder& decoder, std::vector<FleetEvent>& events,
-                      std::vector<RejectedMessage>& rejected) {
-  events.clear();
+void Collector::decode(FetchedBatch& batch, FleetEventDecoder& decoder) {
+  natsMsgList& list = *batch.messages->get();
+  counts_.received += list.Count;
+  std::vector<FleetEvent>& events = batch.store.events;
+  std::vector<RejectedMessage>& rejected = batch.store.rejected;
+  // Decoded in place into the elements left from the batch before, so that
+  // their strings keep their buffers.
+  events.resize(static_cast<std::size_t>(list.Count));
   rejected.clear();
-  {
-    counts_.received += list.Count;
-    for (int i = 0; i < list.Count; ++i) {
-      natsMsg* msg = list.Msgs[i];
-      const std::string id = MessageId(msg);
-      const char* subject = natsMsg_GetSubject(msg);
-      const std::string_view data(natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg)));
-      events.emplace_back();
-      if (auto reason = decoder.decode(subject ? subject : "", id, data, &events.back())) {
-        events.pop_back();
-        rejected.push_back(RejectedMessage{id, subject ? subject : "", std::string(data), *reason});
-      }
+  std::size_t kept = 0;
+  std::string fallbackId;
+  for (int i = 0; i < list.Count; ++i) {
+    natsMsg* msg = list.Msgs[i];
+    const std::string_view id = MessageId(msg, &fallbackId);
+    const char* subject = natsMsg_GetSubject(msg);
+    const std::string_view data(natsMsg_GetData(msg), static_cast<std::size_t>(natsMsg_GetDataLength(msg)));
+    if (auto reason = decoder.decode(subject ? subject : "", id, data, &events[kept])) {
+      rejected.push_back(RejectedMessage{std::string(id), subject ? subject : "", std::string(data), *reason});
+    } else {
+      ++kept;
     }
   }
-  int64_t inserted = 0;
-  if (auto error = store_->insertBatch(events, rejected, NowMicroseconds(), &inserted)) {
+  events.resize(kept);
+  batch.store.receivedMicroseconds = NowMicroseconds();
+}
+
+bool Collector::settle(FetchedBatch& batch, StoreOutcome outcome, int* failures, fleet::Backoff& backoff,
+                       const std::atomic<bool>& stop) {
+  natsMsgList& list = *batch.messages->get();
+  if (outcome.error) {
     // Not acknowledged: the server delivers the batch again.
-    logOnce("cannot store a batch: " + error->description() + "; it will be delivered again");
-    return false;
+    logOnce("cannot store a batch: " + outcome.error->description() + "; it will be delivered again");
+    for (int i = 0; i < list.Count; ++i) (void)natsMsg_NakWithDelay(list.Msgs[i], 1000, nullptr);
+    batch.messages.reset();
+    SleepUnlessStopped(backoff.delay(++*failures), stop);
+    return true;
   }
-  counts_.stored += inserted;
-  counts_.rejected += static_cast<int64_t>(rejected.size());
-  for (const RejectedMessage& r : rejected) {
+  if (!outcome.proceed) return false;
+  for (const RejectedMessage& r : batch.store.rejected) {
     fleet::FleetLog("kept message " + r.eventId + " on " + r.subject + " as rejected: " + r.reason);
   }
+  for (int i = 0; i < list.Count; ++i) {
+    // A lost acknowledgement only means a redelivery, which the store ignores.
+    (void)natsMsg_Ack(list.Msgs[i], nullptr);
+  }
+  batch.messages.reset();
   return true;
 }
 

@@ -12,13 +12,20 @@
 // Redelivered messages can arrive after newer ones; nothing here depends on
 // the order.
 //
+// Pipelining: a BatchWriter commits one batch on a thread of its own while
+// this thread fetches and decodes the next; the batch before is
+// acknowledged once its commit is reported. So at most one fetched batch
+// waits beyond the one being committed, and every acknowledgement still
+// follows its batch's commit. All calls into the client library stay on
+// run()'s thread; the writer's thread only touches the EventStore.
+//
 // Consumer sharing: collectors that use one consumer name split its
 // messages between them, so they must write one database file (on one
 // host, WAL with a busy timeout); collectors with separate databases need
 // separate consumer names, or each database would hold only a part.
 //
 // Thread-safety: run() on one thread; `stop` may be set from any thread;
-// counts() on run()'s thread or after it has returned.
+// counts() once run() has returned (or `stored` from afterCommit).
 #pragma once
 
 #include <atomic>
@@ -29,7 +36,9 @@
 #include <string>
 #include <vector>
 
+#include "collect/BatchWriter.h"
 #include "collect/EventStore.h"
+#include "fleet/Backoff.h"
 #include "fleet/ConnectionSettings.h"
 #include "fleet/NatsHandles.h"
 #include "lumvane/platform/Error.h"
@@ -38,6 +47,7 @@ namespace lumvane::collect {
 
 struct CollectSession;  // one connection, consumer and subscription
 class FleetEventDecoder;
+struct FetchedBatch;  // the messages of one fetch and what they decode to
 
 struct CollectorOptions {
   std::string consumer = "lumvane-collect";
@@ -46,9 +56,10 @@ struct CollectorOptions {
   int64_t ackWaitMs = 30000;    // the server delivers an unacknowledged message again after this
   int64_t keepDays = 90;        // events sent longer ago are deleted
   bool drain = false;           // return once the consumer has nothing left to deliver
-  // For tests: called after each batch has committed and before it is
-  // acknowledged. Returning false leaves the batch unacknowledged and ends
-  // run() at once, as a collector killed at that moment would.
+  // For tests and benchmarks: called on the writer's thread after each
+  // batch has committed and before it is acknowledged. Returning false
+  // leaves the batch unacknowledged and ends run() at once, as a collector
+  // killed at that moment would.
   std::function<bool()> afterCommit;
 };
 
@@ -74,10 +85,12 @@ class Collector final {
   enum class Outcome { Stopped, Drained, Reconnect, Abandoned };
   [[nodiscard]] std::optional<Error> bind(CollectSession& session, bool* retry);
   Outcome collect(CollectSession& session, const std::atomic<bool>& stop);
-  // Decodes and commits one fetched batch in one transaction; false when
-  // it could not be stored.
-  bool write(natsMsgList& list, FleetEventDecoder& decoder, std::vector<FleetEvent>& events,
-             std::vector<RejectedMessage>& rejected);
+  // Turns the fetched messages into the batch's events and rejected messages.
+  void decode(FetchedBatch& batch, FleetEventDecoder& decoder);
+  // Acknowledges a committed batch, or has it delivered again when it
+  // could not be stored; false when `afterCommit` asked to stop.
+  bool settle(FetchedBatch& batch, StoreOutcome outcome, int* failures, fleet::Backoff& backoff,
+              const std::atomic<bool>& stop);
   // Deletes the days past keepDays, at most hourly.
   void prune();
   void logOnce(const std::string& message);
@@ -85,6 +98,8 @@ class Collector final {
   const fleet::ConnectionSettings settings_;
   const CollectorOptions options_;
   EventStore* const store_;
+  // `received` is written on run()'s thread, `stored` and `rejected` on the
+  // writer's (after each commit).
   CollectorCounts counts_;
   std::string lastLogged_;
   int64_t lastPruneMicroseconds_ = 0;

@@ -2,19 +2,30 @@
 
 #include <sys/stat.h>
 
+#include <string>
+
 namespace lumvane::collect {
 namespace {
 
-constexpr const char* kSchema = R"sql(
-CREATE TABLE IF NOT EXISTS events (
-  event_id TEXT NOT NULL PRIMARY KEY,
+constexpr int kSchemaVersion = 2;
+
+// The events table has one B-tree besides its rowid: the unique key leads
+// with what the report and the pruning select by. The event ID decides the
+// rest of the key (a re-sent or redelivered message carries the same line
+// on the same subject), so a key that is already stored is that event.
+constexpr const char* kEventsTable = R"sql(
+CREATE TABLE events (
+  event_id TEXT NOT NULL,
   machine  TEXT NOT NULL,
   name     TEXT NOT NULL,
   sent_us  INTEGER NOT NULL,
   day      TEXT NOT NULL,
   payload  TEXT NOT NULL
 );
-CREATE INDEX IF NOT EXISTS events_day_name_machine ON events(day, name, machine);
+CREATE UNIQUE INDEX events_key ON events(day, name, machine, event_id);
+)sql";
+
+constexpr const char* kRejectedTable = R"sql(
 CREATE TABLE IF NOT EXISTS rejected (
   event_id    TEXT NOT NULL PRIMARY KEY,
   subject     TEXT NOT NULL,
@@ -22,8 +33,42 @@ CREATE TABLE IF NOT EXISTS rejected (
   reason      TEXT NOT NULL,
   received_us INTEGER NOT NULL
 );
-PRAGMA user_version = 1;
 )sql";
+
+// Version 1 keyed the table on event_id alone and had a second index on
+// (day, name, machine): its rows move into the version 2 table in their
+// arrival order, and its indexes go with it.
+constexpr const char* kRenameVersion1 = "ALTER TABLE events RENAME TO events_version1;";
+constexpr const char* kCopyVersion1 = R"sql(
+INSERT OR IGNORE INTO events(event_id, machine, name, sent_us, day, payload)
+  SELECT event_id, machine, name, sent_us, day, payload FROM events_version1 ORDER BY rowid;
+DROP TABLE events_version1;
+)sql";
+
+int64_t UserVersion(SqliteDatabase& db, std::optional<Error>* error) {
+  std::unique_ptr<SqliteStatement> stmt;
+  if ((*error = db.prepare("PRAGMA user_version", &stmt))) return -1;
+  return stmt->step(error) ? stmt->int64(0) : -1;
+}
+
+// Brings the file to kSchemaVersion inside the caller's transaction.
+std::optional<Error> MakeSchema(SqliteDatabase& db) {
+  std::optional<Error> error;
+  const int64_t version = UserVersion(db, &error);
+  if (error) return error;
+  if (version == kSchemaVersion) return std::nullopt;
+  if (version > kSchemaVersion) {
+    return Error(db.path() + ": schema version " + std::to_string(version) + " is newer than this collector's " +
+                 std::to_string(kSchemaVersion));
+  }
+  if (version == 1) {
+    if ((error = db.exec(std::string(kRenameVersion1) + kEventsTable + kCopyVersion1))) return error;
+  } else if ((error = db.exec(kEventsTable))) {
+    return error;
+  }
+  if ((error = db.exec(kRejectedTable))) return error;
+  return db.exec("PRAGMA user_version = " + std::to_string(kSchemaVersion) + ";");
+}
 
 }  // namespace
 
@@ -37,7 +82,14 @@ std::optional<Error> EventStore::Open(const std::string& path, bool mustExist, s
   // WAL first: the schema below is then written through the WAL as well.
   if (auto error = db.exec("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;")) return error;
   if (!mustExist) {
-    if (auto error = db.exec(std::string("BEGIN IMMEDIATE;") + kSchema + "COMMIT;")) {
+    // In one transaction, taken before the version is read: two
+    // collectors that open a new or old file at once make or upgrade it once.
+    if (auto error = db.exec("BEGIN IMMEDIATE;")) return error;
+    if (auto error = MakeSchema(db)) {
+      (void)db.exec("ROLLBACK;");
+      return error;
+    }
+    if (auto error = db.exec("COMMIT;")) {
       (void)db.exec("ROLLBACK;");
       return error;
     }

@@ -66,7 +66,14 @@ std::optional<std::string> FleetEventDecoder::decode(std::string_view subject, s
   out->machine.assign(rest.substr(0, dot));
   out->name.assign(name);
   out->sentMicroseconds = sent;
-  out->day = UtcDay(sent);
+  constexpr int64_t kMicrosecondsPerDay = 86400LL * 1000000;
+  const int64_t dayNumber = sent / kMicrosecondsPerDay - (sent % kMicrosecondsPerDay < 0 ? 1 : 0);
+  if (!haveDay_ || dayNumber != dayNumber_) {
+    day_ = UtcDay(sent);
+    dayNumber_ = dayNumber;
+    haveDay_ = true;
+  }
+  out->day = day_;
   out->payload.assign(payload);
   return std::nullopt;
 }

@@ -10,6 +10,7 @@
 
 #include <simdjson.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,6 +29,11 @@ class FleetEventDecoder final {
  private:
   simdjson::ondemand::parser parser_;
   simdjson::padded_string buffer_;
+  // The UTC day of the last send time, kept because consecutive events are
+  // mostly of one day: day_ is the text of day number dayNumber_ since the epoch.
+  bool haveDay_ = false;
+  int64_t dayNumber_ = 0;
+  std::string day_;
 };
 
 // "YYYY-MM-DD" of a time in µs since the Unix epoch, in UTC.
