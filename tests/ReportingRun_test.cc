@@ -206,10 +206,11 @@ TEST_F(ReportingRunTest, SendsEachAcceptedObjectOfTheLastDayTwiceWithBootKeysThe
     expected.insert(expected.end(), {"com.orvel.performance.signpost",
                                      std::string("sp__com.orvel.test__cat__") + name});
   }
+  const auto events = sink_->events();
   Lines names;
-  for (const auto& e : sink_->events()) names.push_back(e.name);
+  for (const auto& e : events) names.push_back(e.name);
   EXPECT_EQ(names, expected);
-  const Value* fs = sink_->events().at(0).payload.find("BootPartitionFS");
+  const Value* fs = events.at(0).payload.find("BootPartitionFS");
   EXPECT_TRUE(fs && fs->asString() && *fs->asString() == "ext4");
   // The day before the first reading of the clock, up to the second reading.
   const Date dayBefore = nows_[0] - std::chrono::seconds(86400);
