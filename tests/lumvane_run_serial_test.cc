@@ -113,6 +113,7 @@ class LumvaneRunTest : public ::testing::Test {
     ASSERT_TRUE(std::filesystem::create_directories(dir_.file("dovetel/configurations")));
     setTaskedOn(true);
   }
+  // Every run of these tests, whatever its end, must leave no guard file; this is where that is checked.
   void TearDown() override {
     if (PathExists(kGuardFile)) {  // only a run of this test can have left it
       ADD_FAILURE() << "the run left " << kGuardFile << " behind";
@@ -162,7 +163,6 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
   testing::WriteFile(appDir + "/org.example.Mailbox.desktop", testing::DesktopEntry("Application"));
   auto run = startRun("-", writeStore(SmallStore(appDir)));  // "-": standard input
   ASSERT_EQ(run->wait(60s), 0) << run->err();
-  EXPECT_FALSE(PathExists(kGuardFile));
 
   const std::string launch =
       R"({"Subsystem": "com.orvel.launch", "Category": "App", "Name": "ColdLaunch", )"
@@ -233,7 +233,6 @@ TEST_F(LumvaneRunTest, EndsWithStatusOneWhenNotTaskedOrTheStoreCannotBeRead) {
     auto run = startRun(row.store);
     EXPECT_EQ(run->wait(30s), 1) << run->err();
     EXPECT_NE(run->err().find(row.reason), std::string::npos) << run->err();
-    EXPECT_FALSE(PathExists(kGuardFile));
     if (row.tasked) continue;
     EXPECT_FALSE(PathExists(dir_.file("dovetel/events.ndjson")));
     // Nothing was reported, so the throttle never came into being.
@@ -294,7 +293,6 @@ TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunT
   auto next = startRun(store);
   EXPECT_EQ(next->wait(30s), 1) << next->err();
   EXPECT_NE(next->err().find("Bailing due to cookie file"), std::string::npos) << next->err();
-  EXPECT_FALSE(PathExists(kGuardFile));
   EXPECT_EQ(events().size(), before) << "the run after an interrupted one processed";
 }
 
@@ -315,7 +313,6 @@ TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
   EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
   const Value* interrupted = sent.back().payload.find("WasInterrupted");
   EXPECT_TRUE(interrupted && *interrupted == Value(Number::fromBool(true)));
-  EXPECT_FALSE(PathExists(kGuardFile));
 }
 
 TEST_F(LumvanedTest, OneShotChecksInRunsAndExitsByItself) {
