@@ -170,7 +170,6 @@ TEST_F(ReportingRunTest, EndsEarlyWhenNotTaskedOrAGuardFileIsPresentOrCannotBeMa
   EXPECT_EQ(Run(), ReportingRunOutcome::Processed);
   EXPECT_EQ(capture_.log().count("Created cookie file"), 1u);
   EXPECT_EQ(capture_.log().count(throttleCreated), 1u);
-  EXPECT_FALSE(testing::PathExists(unreachable.path()));
 
   cookie_ = &guard_;
   bootFs_.reset();
@@ -279,13 +278,10 @@ TEST_F(ReportingRunTest, DeferralPollStopsTheExtractorOnlyWhenAskedAndNeverKeeps
   EXPECT_LT(IndexOf(stop), IndexOf(concluded));
   ASSERT_EQ(reports_.size(), 1u);
   EXPECT_TRUE(reports_[0].wasInterrupted);
-  EXPECT_TRUE(reports_[0].guardPresent) << "guard file removed before the report";
-  EXPECT_FALSE(testing::PathExists(guard_.path()));
   EXPECT_EQ(scheduler_.calls(), Lines(3, "shouldDefer")) << "the run itself sets no activity state";
 
-  // A poll handler left over after the run neither kept the extractor alive nor reaches it now.
+  // A poll handler left over reaches no extractor (that it keeps none alive, the sending test shows).
   ASSERT_EQ(timers_.kept.size(), 1u);
-  EXPECT_TRUE(extractor_.expired()) << "the deferral poll kept the extractor alive";
   timers_.kept[0].second();
   EXPECT_EQ(capture_.log().count(concluded), 3u);
 }

@@ -1,8 +1,5 @@
-// Runs the `lumvane` command and the daemon as child processes over signpost
-// stores written here, and checks from the outside what they append to the
-// telemetry service's event file, what they log and what becomes of the guard
-// file. Every expectation is written out from the store the test wrote. The
-// serial tests' main gives each run a private /var/tmp for its guard file.
+// `lumvane` and the daemon as child processes over stores written here, seen from the outside: the event
+// file, the log and the guard file (in the private /var/tmp the serial tests' main gives each run).
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -23,6 +20,7 @@
 
 #include "lumvane/CookieFile.h"
 #include "lumvane/platform/DovetelEventReader.h"
+#include "tests/support/PrivateJournal.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -37,8 +35,7 @@ constexpr char kGuardFile[] = "/var/tmp/lumvane_running";
 constexpr char kEnd[] = "2024-05-01T12:00:00+02:00";
 constexpr double kEndSeconds = 1714557600;  // kEnd
 
-// One journal entry as `journalctl -o json` writes it, `seconds` after the
-// epoch on the wall clock; the monotonic clock of the one boot runs along.
+// One journal entry in JSON, `seconds` after the epoch; the monotonic clock of the one boot runs along.
 std::string Entry(double seconds, const Fields& fields) {
   const auto usec = static_cast<uint64_t>(seconds * 1e6);
   std::string line = "{\"__REALTIME_TIMESTAMP\":\"" + std::to_string(usec) +
@@ -48,8 +45,7 @@ std::string Entry(double seconds, const Fields& fields) {
   return line + "}\n";
 }
 
-// A signpost entry of type `type` and `id` named `name` in `where` (scope,
-// subsystem, category), from process `pid` named `comm` running `exe`.
+// A signpost `name` in `where` (scope, subsystem, category) from process `pid` named `comm` running `exe`.
 std::string Signpost(double seconds, const std::string& type, uint64_t id, const std::string& name,
                      const std::array<std::string, 3>& where, int pid, const std::string& comm,
                      const Fields& arguments, const std::string& exe) {
@@ -73,12 +69,9 @@ std::string Tap(double seconds, uint64_t id, const std::string& zone, bool enabl
                   exe.empty() ? "/usr/libexec/netmond" : exe);
 }
 
-// The day before kEnd holds, in this order: a cold launch from composerd
-// (begin) to indexd (end), 1.5 s long, with a whitelisted string and two
-// numbers; another program's log entry; a tap with "Ext"; a tap with a
-// private string; a tap without telemetry; a tap with "Root"; a tap with
-// "Ext" from `appDir`/Mailbox. A tap before the day and a line that is no
-// JSON object are not part of it.
+// In the day before kEnd: a 1.5 s cold launch composerd -> indexd with a whitelisted string and two
+// numbers; another program's entry; taps with "Ext", a private string, no telemetry, "Root", and "Ext" from
+// `appDir`/Mailbox. A tap before the day and a line that is no JSON object are outside it.
 std::string SmallStore(const std::string& appDir) {
   const double day = kEndSeconds - 7200;  // 10:00 of the day, two hours before its end
   const std::array<std::string, 3> launch = {"system", "com.orvel.launch", "App"};
@@ -99,8 +92,7 @@ std::string SmallStore(const std::string& appDir) {
          Tap(day + 540, 6, "Ext", true, appDir + "/Mailbox");
 }
 
-// The lines of events.ndjson without their send times, with the machine's
-// boot filesystem type shown as FS and the statistics event's duration as D.
+// The lines of events.ndjson without send times, the boot filesystem type as FS and the duration as D.
 std::vector<std::string> Lines(const std::string& file) {
   static const std::regex sent(", \"sent\": [0-9]+\\}$"), fs("\"BootPartitionFS\": \"[^\"]+\""),
       duration("\"ProcessingDurationInSeconds\": [-0-9.e]+");
@@ -121,6 +113,7 @@ class LumvaneRunTest : public ::testing::Test {
     ASSERT_TRUE(std::filesystem::create_directories(dir_.file("dovetel/configurations")));
     setTaskedOn(true);
   }
+  // Every run of these tests, whatever its end, must leave no guard file; this is where that is checked.
   void TearDown() override {
     if (PathExists(kGuardFile)) {  // only a run of this test can have left it
       ADD_FAILURE() << "the run left " << kGuardFile << " behind";
@@ -136,21 +129,16 @@ class LumvaneRunTest : public ::testing::Test {
     testing::WriteFile(dir_.file("store.ndjson"), contents);
     return dir_.file("store.ndjson");
   }
-  std::vector<std::string> environment() const {
-    return {"LUMVANE_STATE_DIR=" + dir_.file("state"), "LUMVANE_DOVETEL_DIR=" + dir_.file("dovetel"),
-            "LUMVANE_LOG_LEVEL=debug", "LUMVANE_LOG_TARGET=stderr"};
-  }
-  // `program` (lumvane or lumvaned) with `args`; `input`, when not empty, is
-  // a file to give it as its standard input.
+  // `program` (lumvane or lumvaned) with `args`, and the file `input` as its standard input when given.
   std::unique_ptr<ChildProcess> start(const std::string& program, std::vector<std::string> args,
-                                      const std::string& input = "",
-                                      std::vector<std::string> extraEnv = {}) {
+                                      const std::string& input = "", std::vector<std::string> env = {}) {
     args.insert(args.begin(), LUMVANE_BINARY_DIR "/" + program);
     if (!input.empty()) {
       args.insert(args.begin(), {"/bin/sh", "-c", "f=$1; shift; exec \"$@\" < \"$f\"", "sh", input});
     }
-    std::vector<std::string> env = environment();
-    env.insert(env.end(), extraEnv.begin(), extraEnv.end());
+    env.insert(env.end(), {"LUMVANE_STATE_DIR=" + dir_.file("state"),
+                           "LUMVANE_DOVETEL_DIR=" + dir_.file("dovetel"), "LUMVANE_LOG_LEVEL=debug",
+                           "LUMVANE_LOG_TARGET=stderr"});
     return std::make_unique<ChildProcess>(args, env, dir_.file(program));
   }
   // A run over `store`; "-" reads it from the file `input`.
@@ -175,7 +163,6 @@ TEST_F(LumvaneRunTest, WritesEachAcceptedObjectTwiceThenCountsThenStatisticsKeys
   testing::WriteFile(appDir + "/org.example.Mailbox.desktop", testing::DesktopEntry("Application"));
   auto run = startRun("-", writeStore(SmallStore(appDir)));  // "-": standard input
   ASSERT_EQ(run->wait(60s), 0) << run->err();
-  EXPECT_FALSE(PathExists(kGuardFile));
 
   const std::string launch =
       R"({"Subsystem": "com.orvel.launch", "Category": "App", "Name": "ColdLaunch", )"
@@ -246,7 +233,6 @@ TEST_F(LumvaneRunTest, EndsWithStatusOneWhenNotTaskedOrTheStoreCannotBeRead) {
     auto run = startRun(row.store);
     EXPECT_EQ(run->wait(30s), 1) << run->err();
     EXPECT_NE(run->err().find(row.reason), std::string::npos) << run->err();
-    EXPECT_FALSE(PathExists(kGuardFile));
     if (row.tasked) continue;
     EXPECT_FALSE(PathExists(dir_.file("dovetel/events.ndjson")));
     // Nothing was reported, so the throttle never came into being.
@@ -307,7 +293,6 @@ TEST_F(LumvaneRunTest, InterruptEndsTheDaemonAndLeavesTheGuardFileForTheNextRunT
   auto next = startRun(store);
   EXPECT_EQ(next->wait(30s), 1) << next->err();
   EXPECT_NE(next->err().find("Bailing due to cookie file"), std::string::npos) << next->err();
-  EXPECT_FALSE(PathExists(kGuardFile));
   EXPECT_EQ(events().size(), before) << "the run after an interrupted one processed";
 }
 
@@ -328,7 +313,6 @@ TEST_F(LumvaneRunTest, DeferralEndsARunReadingAnEndlessLine) {
   EXPECT_EQ(sent.back().name, "com.orvel.performance.signpost_reporting_stats");
   const Value* interrupted = sent.back().payload.find("WasInterrupted");
   EXPECT_TRUE(interrupted && *interrupted == Value(Number::fromBool(true)));
-  EXPECT_FALSE(PathExists(kGuardFile));
 }
 
 TEST_F(LumvanedTest, OneShotChecksInRunsAndExitsByItself) {
@@ -344,58 +328,31 @@ TEST_F(LumvanedTest, OneShotChecksInRunsAndExitsByItself) {
   EXPECT_NEAR(std::stoll(record), static_cast<long long>(std::time(nullptr)), 60);
 }
 
-// Under a service manager the daemon's standard error is a stream to the
-// journal, and JOURNAL_STREAM says so; the daemon then writes structured
-// entries instead. A private journald in user, mount and PID namespaces
-// plays the journal, and systemd-cat connects the daemon's output the way a
-// service manager does.
-constexpr char kJournalScript[] = R"(set -eu
-mount -t tmpfs tmpfs /run || exit 77
-mkdir -p /run/systemd/journal /run/log/journal
-mount --bind "$WORK/journal" /run/log/journal || exit 77
-/lib/systemd/systemd-journald >"$WORK/journald.out" 2>&1 &
-i=0
-while [ ! -S /run/systemd/journal/stdout ]; do
-  i=$((i + 1)); [ $i -lt 100 ] || { echo "journald did not start" >&2; exit 77; }
-  sleep 0.1
-done
-systemd-cat -t lumvaned-output sh -c \
-  'JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) exec "$0"' "$LUMVANED"
-journalctl --sync
-)";
-
+// With JOURNAL_STREAM naming its standard error, the daemon writes structured entries instead; a private
+// journald plays the journal, and systemd-cat connects the daemon's output as a service manager does.
 TEST_F(LumvanedTest, WritesStructuredJournalEntriesWhenStderrIsAJournalStream) {
-  for (const char* tool : {"/lib/systemd/systemd-journald", "/usr/bin/unshare",
-                           "/usr/bin/systemd-cat", "/usr/bin/journalctl"}) {
-    if (::access(tool, X_OK) != 0) GTEST_SKIP() << tool << " is not installed";
-  }
-  std::filesystem::create_directories(dir_.file("work/journal"));
+  if (::access("/usr/bin/systemd-cat", X_OK) != 0) GTEST_SKIP() << "systemd-cat is not installed";
+  testing::PrivateJournal::Started started = testing::PrivateJournal::Start();
+  if (!started.skip.empty()) GTEST_SKIP() << started.skip;
+  ASSERT_EQ(started.error, "");
   // A run a moment ago: the daemon only checks in, then ends.
   const std::string lastRun = std::to_string(std::time(nullptr)) + "\n";
   testing::WriteFile(dir_.file("state/activity-last-run"), lastRun);
-  testing::WriteFile(dir_.file("script"), kJournalScript);
-  ChildProcess run({"/usr/bin/unshare", "--user", "--map-root-user", "--mount", "--pid", "--fork",
-                    "--mount-proc", "/bin/sh", dir_.file("script")},
-                   {"WORK=" + dir_.file("work"), "LUMVANED=" LUMVANE_BINARY_DIR "/lumvaned",
-                    "LUMVANE_STATE_DIR=" + dir_.file("state"),
-                    "LUMVANE_DOVETEL_DIR=" + dir_.file("dovetel"), "LUMVANE_LOG_LEVEL=debug",
-                    "LUMVANE_EXIT_WHEN_CLEAN=1"},
+  ChildProcess run({"/usr/bin/systemd-cat", "-t", "lumvaned-output", "/bin/sh", "-c",
+                    "JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) exec \"$0\"",
+                    LUMVANE_BINARY_DIR "/lumvaned"},
+                   {"LUMVANE_STATE_DIR=" + dir_.file("state"), "LUMVANE_DOVETEL_DIR=" + dir_.file("dovetel"),
+                    "LUMVANE_LOG_LEVEL=debug", "LUMVANE_EXIT_WHEN_CLEAN=1"},
                    dir_.file("run"));
-  std::optional<int> status = run.wait(20s);
-  // 77: the script could not mount or start journald; 1 from unshare itself: no namespaces.
-  if (status == 77 || (status == 1 && run.err().find("unshare") != std::string::npos)) {
-    GTEST_SKIP() << "no private journald here: " << run.err()
-                 << testing::ReadFile(dir_.file("work/journald.out"));
-  }
-  ASSERT_EQ(status, 0) << run.err();
+  ASSERT_EQ(run.wait(20s), 0) << run.err();
+  ASSERT_EQ(started.journal->sync(), "");
   EXPECT_EQ(testing::ReadFile(dir_.file("state/activity-last-run")), lastRun)
       << "a run took place although none was due";
 
   sd_journal* raw = nullptr;
-  ASSERT_GE(sd_journal_open_directory(&raw, dir_.file("work/journal").c_str(), 0), 0);
+  ASSERT_GE(sd_journal_open_directory(&raw, testing::PrivateJournal::kDirectory, 0), 0);
   std::unique_ptr<sd_journal, void (*)(sd_journal*)> journal(raw, sd_journal_close);
-  std::vector<std::map<std::string, std::string>> daemonEntries;
-  size_t outputEntries = 0;
+  std::vector<std::map<std::string, std::string>> entries;  // the daemon's own
   SD_JOURNAL_FOREACH(journal.get()) {
     std::map<std::string, std::string> fields;
     const void* data;
@@ -404,12 +361,11 @@ TEST_F(LumvanedTest, WritesStructuredJournalEntriesWhenStderrIsAJournalStream) {
       std::string field(static_cast<const char*>(data), length);
       fields[field.substr(0, field.find('='))] = field.substr(field.find('=') + 1);
     }
-    if (fields["SYSLOG_IDENTIFIER"] == "lumvaned") daemonEntries.push_back(fields);
-    if (fields["SYSLOG_IDENTIFIER"] == "lumvaned-output") ++outputEntries;
+    EXPECT_NE(fields["SYSLOG_IDENTIFIER"], "lumvaned-output") << "the daemon wrote to its standard error";
+    if (fields["SYSLOG_IDENTIFIER"] == "lumvaned") entries.push_back(fields);
   }
-  EXPECT_EQ(outputEntries, 0u) << "the daemon wrote to its standard error";
-  ASSERT_FALSE(daemonEntries.empty());
-  std::map<std::string, std::string>& checkIn = daemonEntries.front();
+  ASSERT_FALSE(entries.empty());
+  std::map<std::string, std::string>& checkIn = entries.front();
   const std::pair<const char*, const char*> fields[] = {
       {"MESSAGE", "Checking in"}, {"PRIORITY", "7"}, {"_TRANSPORT", "journal"},
       {"LUMVANE_SUBSYSTEM", "com.orvel.Vantrel"}, {"LUMVANE_CATEGORY", "lumvane"},

@@ -136,7 +136,6 @@ TEST_F(UploadTest, ServerDownAtStartEventsWaitThenAllArriveOnce) {
   ASSERT_FALSE(server_->start());
   append(300, 50);
   expectExactly(waitForStream(350), 0, 350);
-  EXPECT_TRUE(Once(uploader_->err(), "cannot connect")) << "a state change is logged once";
   std::this_thread::sleep_for(300ms);  // idle rotation reclaims the spool
   const std::string after = status();
   EXPECT_NE(after.find("Backlog: 0 lines, 0 bytes"), std::string::npos) << after;
