@@ -9,6 +9,7 @@
 #include <future>
 
 #include "lumvane/platform/DovetelSpoolLock.h"
+#include "upload/SpoolFollower.h"
 #include "tests/support/TestSupport.h"
 
 namespace lumvane {
@@ -38,6 +39,32 @@ TEST(SpoolLockTest, WriterBlockedDuringRotationWritesIntoTheNewFile) {
   EXPECT_EQ(writer.get(), "");
   EXPECT_EQ(ReadFile(rotated), "old\n");
   EXPECT_EQ(ReadFile(events), "new\n");
+}
+
+// The other side: a rotation waits for an append in progress, so the appended line lands whole in the file that
+// is rotated away, never half in it and half in the next.
+TEST(SpoolLockTest, RotationWaitsForAnAppendInProgress) {
+  lumvane::testing::TempDir dir;
+  const upload::SpoolPaths paths(dir.path());
+  lumvane::testing::WriteFile(paths.events, "a\n");
+  upload::SpoolFollower follower(paths);
+  upload::UploadCursor cursor;
+  bool replaced = false;
+  ASSERT_FALSE(follower.start(&cursor, &replaced));
+  int appender = -1;  // a daemon in the middle of an append
+  ASSERT_FALSE(OpenLockedDovetelSpool(paths.events, O_WRONLY | O_APPEND, &appender));
+  ASSERT_EQ(::write(appender, "b", 1), 1);
+  auto rotation = std::async(std::launch::async, [&] {
+    auto error = follower.rotate();
+    return error ? error->description() : std::string();
+  });
+  EXPECT_EQ(rotation.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout)
+      << "the rotation did not wait for the append";
+  ASSERT_EQ(::write(appender, "\n", 1), 1);
+  ::close(appender);  // unlocks
+  EXPECT_EQ(rotation.get(), "");
+  EXPECT_EQ(ReadFile(paths.rotated(1)), "a\nb\n");
+  EXPECT_TRUE(follower.sealed());
 }
 
 }  // namespace
