@@ -36,6 +36,7 @@ TEST(SignpostPairingTable, AnEndMeetsOnlyTheBeginOfItsOwnSignpost) {
     void (*change)(SignpostEntry*);
     S scope;
     bool pairs;
+    bool beginNamed = true;
   };
   const Case cases[] = {
       {"same signpost", [](SignpostEntry*) {}, S::Process, true},
@@ -44,6 +45,8 @@ TEST(SignpostPairingTable, AnEndMeetsOnlyTheBeginOfItsOwnSignpost) {
        S::Process, false},
       {"no name against a name", [](SignpostEntry* e) { e->name.reset(); }, S::Process, false},
       {"empty name against a name", [](SignpostEntry* e) { e->name = ""; }, S::Process, false},
+      {"empty name against none", [](SignpostEntry* e) { e->name = ""; }, S::Process, false, false},
+      {"no name against none", [](SignpostEntry* e) { e->name.reset(); }, S::Process, true, false},
       {"other signpost ID", [](SignpostEntry* e) { e->signpostID = 8; }, S::Process, false},
       {"other boot", [](SignpostEntry* e) { e->bootID[0] = 'f'; }, S::System, false},
       {"other process, process scope", [](SignpostEntry* e) { e->pid = 41; }, S::Process, false},
@@ -58,6 +61,7 @@ TEST(SignpostPairingTable, AnEndMeetsOnlyTheBeginOfItsOwnSignpost) {
     SignpostPairingTable table(10, &strings);
     SignpostEntry b = begin;
     b.scope = c.scope;
+    if (!c.beginNamed) b.name.reset();
     ASSERT_TRUE(table.open(b)) << c.what;
     SignpostEntry end = b;
     end.type = T::End;
@@ -68,7 +72,7 @@ TEST(SignpostPairingTable, AnEndMeetsOnlyTheBeginOfItsOwnSignpost) {
     EXPECT_EQ(table.openCount(), c.pairs ? 0u : 1u) << c.what;
     if (open) {
       EXPECT_EQ(*open->subsystem, "org.example.viewer") << c.what;
-      EXPECT_EQ(*open->name, "Page") << c.what;
+      EXPECT_EQ(open->name ? *open->name : "(none)", c.beginNamed ? "Page" : "(none)") << c.what;
       EXPECT_EQ(*open->processImagePath, "/usr/libexec/a-rather-long-helper-path") << c.what;
     }
   }
