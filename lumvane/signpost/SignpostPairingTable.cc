@@ -1,5 +1,6 @@
 #include "lumvane/signpost/SignpostPairingTable.h"
 
+#include <algorithm>
 #include <functional>
 
 namespace lumvane {
@@ -72,13 +73,39 @@ void SignpostPairingTable::release(const OpenSignpostInterval& open) {
   strings_->release(open.processImagePath);
 }
 
+const SignpostPairingTable::Age* SignpostPairingTable::oldest() {
+  while (!byAge_.empty()) {
+    const Age& top = byAge_.front();
+    const auto it = open_.find(top.key);
+    if (it != open_.end() && it->second.sequence == top.sequence) return &top;
+    std::pop_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
+    byAge_.pop_back();
+  }
+  return nullptr;
+}
+
 void SignpostPairingTable::dropOldest() {
-  const auto oldest = byAge_.begin();
-  const auto it = open_.find(oldest->second);
+  const auto it = open_.find(oldest()->key);
   release(it->second);
   strings_->release(it->first.bootID);
   open_.erase(it);
-  byAge_.erase(oldest);
+  std::pop_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
+  byAge_.pop_back();
+}
+
+void SignpostPairingTable::pushAge(uint64_t realtimeUsec, uint64_t sequence, const Key& key) {
+  if (byAge_.size() >= open_.size() + open_.size() / 2 + 64) {
+    // A third or more are closed begins: keep only the open ones. A
+    // rebuild removes at least a third of what it walks, so that the
+    // cost stays linear in the begins opened.
+    byAge_.clear();
+    for (const auto& [k, open] : open_) {
+      byAge_.push_back(Age{open.beginTime.realtimeUsec, open.sequence, k});
+    }
+    std::make_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
+  }
+  byAge_.push_back(Age{realtimeUsec, sequence, key});
+  std::push_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
 }
 
 bool SignpostPairingTable::open(const SignpostEntry& e) {
@@ -98,7 +125,8 @@ bool SignpostPairingTable::open(const SignpostEntry& e) {
     ++dropped_;
     // The new begin is itself the earliest (or nothing else can go): it is
     // the one dropped.
-    if (byAge_.empty() || e.time.realtimeUsec < byAge_.begin()->first.first) {
+    const Age* first = oldest();
+    if (!first || e.time.realtimeUsec < first->realtimeUsec) {
       release(interval);
       strings_->release(bootID);
       return true;
@@ -110,8 +138,8 @@ bool SignpostPairingTable::open(const SignpostEntry& e) {
   interval.telemetryEnabled = e.telemetry;
   interval.animation = e.animation;
   interval.sequence = nextSequence_++;
-  Key k = *find(e);
-  byAge_.emplace(std::make_pair(e.time.realtimeUsec, interval.sequence), k);
+  const Key k = *find(e);
+  pushAge(e.time.realtimeUsec, interval.sequence, k);
   open_.emplace(k, std::move(interval));
   return true;
 }
@@ -124,7 +152,6 @@ OpenSignpostInterval* SignpostPairingTable::close(const SignpostEntry& e) {
   const std::optional<Key> k = find(e);
   const auto it = k ? open_.find(*k) : open_.end();
   if (it == open_.end()) return nullptr;
-  byAge_.erase({it->second.beginTime.realtimeUsec, it->second.sequence});
   strings_->release(it->first.bootID);
   closed_.emplace(std::move(it->second));
   open_.erase(it);

@@ -16,10 +16,10 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "lumvane/signpost/SignpostArguments.h"
 #include "lumvane/signpost/SignpostEntry.h"
@@ -106,20 +106,33 @@ class SignpostPairingTable final {
     size_t operator()(const Key& k) const;
   };
   using Map = std::unordered_map<Key, OpenSignpostInterval, KeyHash>;
-  // (realtime, sequence) of each open begin, oldest first.
-  using AgeIndex = std::map<std::pair<uint64_t, uint64_t>, Key>;
+  // A begin by its age: a min-heap on (realtime, sequence) in a reused
+  // vector. Closed begins stay in it until they come to the top or it holds
+  // twice as many as are open, so that closing costs nothing here.
+  struct Age {
+    uint64_t realtimeUsec;
+    uint64_t sequence;
+    Key key;
+    bool operator>(const Age& o) const {
+      return realtimeUsec != o.realtimeUsec ? realtimeUsec > o.realtimeUsec
+                                            : sequence > o.sequence;
+    }
+  };
 
   // The key of `e` when every text of it is in the string table; none
   // otherwise, and then no begin of it is open.
   std::optional<Key> find(const SignpostEntry& e) const;
   bool full() const;
+  // The oldest open begin's age, or nullptr when none is open.
+  const Age* oldest();
   void dropOldest();
+  void pushAge(uint64_t realtimeUsec, uint64_t sequence, const Key& key);
   void release(const OpenSignpostInterval& open);
 
   const size_t maxOpen_;
   SignpostStringTable* const strings_;
   Map open_;
-  AgeIndex byAge_;
+  std::vector<Age> byAge_;  // a heap, with std::greater
   std::optional<OpenSignpostInterval> closed_;  // the last answer of close()
   uint64_t nextSequence_ = 0;
   uint64_t dropped_ = 0;

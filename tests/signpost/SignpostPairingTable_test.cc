@@ -119,5 +119,30 @@ TEST(SignpostPairingTable, SharedTextsCountTowardTheCap) {
   }
 }
 
+TEST(SignpostPairingTable, TheEarliestOpenBeginGoesAfterManyHaveClosed) {
+  SignpostStringTable strings;
+  SignpostPairingTable table(3, &strings);
+  auto at = [](uint64_t id, uint64_t realtimeUsec) {
+    SignpostEntry e = Entry(SignpostEntry::Type::Begin, "S", "C", std::nullopt, realtimeUsec);
+    e.signpostID = id;
+    return e;
+  };
+  // 200 begins that end at once, but for the last, which stays open.
+  for (uint64_t i = 0; i < 200; ++i) {
+    ASSERT_TRUE(table.open(at(i, 1000 + i)));
+    if (i != 199) {
+      ASSERT_NE(table.close(at(i, 0)), nullptr) << i;
+    }
+  }
+  ASSERT_TRUE(table.open(at(1000, 5000)));
+  ASSERT_TRUE(table.open(at(1001, 5001)));
+  ASSERT_TRUE(table.open(at(1002, 5002)));  // full: #199 goes
+  ASSERT_TRUE(table.open(at(1003, 900)));   // older than all open: itself dropped
+  EXPECT_EQ(table.droppedCount(), 2u);
+  EXPECT_EQ(table.close(at(199, 0)), nullptr);
+  EXPECT_EQ(table.close(at(1003, 0)), nullptr);
+  for (uint64_t id : {1000, 1001, 1002}) EXPECT_NE(table.close(at(id, 0)), nullptr) << id;
+}
+
 }  // namespace
 }  // namespace lumvane
