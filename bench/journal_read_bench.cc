@@ -17,10 +17,15 @@
 // also splits the reader's CPU time between the calling thread (decoding,
 // pairing, callbacks) and the reading thread: on a quiet machine the
 // larger of the two bounds the reader's time.
+// Beside the times it counts the heap allocations the reader makes per
+// store record and per signpost (every operator new of the process while the
+// reader runs, both of its threads; libsystemd's own malloc calls are not
+// counted).
 // Generated data lives in a temporary directory that is removed at the end,
 // or in --data DIR, where it is kept and reused by the next run.
 #include <fcntl.h>
 #include <malloc.h>
+#include <new>
 #include <simdjson.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -43,6 +48,30 @@
 #include "lumvane/signpost/JournalEntryText.h"
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "lumvane/signpost/SignpostStoreGenerator.h"
+
+// Every operator new of the process, counted, but for the memory sampler's
+// thread: between two readings the count is the reader's alone. Kept out of
+// line, so that the compiler sees plain operator new and delete pairs.
+std::atomic<uint64_t> gAllocations{0};
+thread_local bool tUncounted = false;
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  if (!tUncounted) gAllocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* p = std::malloc(size ? size : 1)) return p;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t align) {
+  if (!tUncounted) gAllocations.fetch_add(1, std::memory_order_relaxed);
+  const size_t a = static_cast<size_t>(align);
+  if (void* p = std::aligned_alloc(a, (size + a - 1) / a * a)) return p;
+  throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+[[gnu::noinline]] void operator delete(void* p, std::size_t, std::align_val_t) noexcept {
+  std::free(p);
+}
 
 namespace {
 
@@ -93,6 +122,7 @@ class PeakMemorySampler {
  public:
   PeakMemorySampler() : rss_(StatusKiB("VmRSS:")), anon_(StatusKiB("RssAnon:")) {
     thread_ = std::thread([this] {
+      tUncounted = true;
       while (!stop_) {
         rss_ = std::max<long>(rss_, StatusKiB("VmRSS:"));
         anon_ = std::max<long>(anon_, StatusKiB("RssAnon:"));
@@ -121,6 +151,7 @@ struct ReaderRun {
   double seconds = 0, cpuSeconds = 0;
   double callingCpuSeconds = 0;  // the calling thread's share of cpuSeconds
   uint64_t processed = 0, objects = 0;
+  uint64_t allocations = 0;  // operator new calls while the reader ran
   long rssPeakKiB = 0, anonBeforeKiB = 0, anonPeakKiB = 0;
 };
 
@@ -138,9 +169,11 @@ ReaderRun RunReader(const std::string& store) {
   PeakMemorySampler sampler;
   const double cpu0 = CpuSeconds(RUSAGE_SELF);
   const double callingCpu0 = CpuSeconds(RUSAGE_THREAD);
+  const uint64_t allocations0 = gAllocations.load();
   const auto t0 = Clock::now();
   const bool ok = extractor.processLogArchiveWithPath(store, kStart, kEnd, &error);
   r.seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+  r.allocations = gAllocations.load() - allocations0;
   r.callingCpuSeconds = CpuSeconds(RUSAGE_THREAD) - callingCpu0;
   double samplerCpu = 0;
   sampler.stop(&r.rssPeakKiB, &r.anonPeakKiB, &samplerCpu);
@@ -337,6 +370,14 @@ BaselineRun Baseline(const std::string& path) {
   return r;
 }
 
+void PrintAllocations(const ReaderRun& r, uint64_t records) {
+  if (records == 0 || r.processed == 0) return;
+  std::printf("  reader heap allocations: %llu, %.2f per store record, %.2f per signpost\n",
+              static_cast<unsigned long long>(r.allocations),
+              static_cast<double>(r.allocations) / static_cast<double>(records),
+              static_cast<double>(r.allocations) / static_cast<double>(r.processed));
+}
+
 bool ParsePositive(const char* text, uint64_t* out) {
   char* end = nullptr;
   const unsigned long long v = std::strtoull(text, &end, 10);
@@ -435,6 +476,7 @@ int JournalPart(const std::string& dir, uint64_t signposts, uint64_t repeat) {
     std::printf("  journalctl time / reader time: %.2f (goal: at least 3)\n", j / r);
     if (w > 0) std::printf("  walk time / reader time: %.2f\n", w / r);
   }
+  PrintAllocations(last, entries);
   std::printf("  reader peak: VmRSS %ld KiB (mapped journal files included), RssAnon +%ld KiB\n",
               rssPeak, anonPeak);
   if (last.processed != expected) {
@@ -509,6 +551,7 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
   } else {
     std::printf("  baseline time / reader time: %.2f (goal: at least 1)\n", b / r);
   }
+  PrintAllocations(last, records);
   std::printf("  reader peak: VmRSS %ld KiB, RssAnon %ld KiB (whole process)\n", rssPeak,
               anonPeak);
   return 0;

@@ -27,9 +27,11 @@
 // The begins waiting for their end are capped, across the process, thread
 // and system tables together, at $LUMVANE_MAX_OPEN_INTERVALS (a positive
 // decimal number; kDefaultMaxOpenIntervals when unset or not one), which
-// keeps the reader's memory bounded whatever the store holds. When the cap
-// is reached, the open begin with the earliest timestamp is dropped and
-// counted; the first such drop of a processing is logged.
+// keeps the reader's memory bounded whatever the store holds. The texts the
+// open begins share (subsystem, category, name, process) are kept once per
+// processing and count toward the same cap. When the cap is reached, the
+// open begin with the earliest timestamp is dropped and counted; the first
+// such drop of a processing is logged.
 //
 // Thread-safety: processLogArchiveWithPath runs on one thread at a time;
 // stopProcessing may come from any thread at any time. A stop request ends
@@ -69,8 +71,9 @@ class LogStoreExtractor final : public VantrelObjectExtractor {
  public:
   static constexpr const char* kStoreEnvironmentVariable = "LUMVANE_SIGNPOST_STORE";
   static constexpr const char* kMaxOpenIntervalsVariable = "LUMVANE_MAX_OPEN_INTERVALS";
-  // An open begin with every argument filled takes about 1.2 KB: the
-  // default keeps the reader within 64 MB.
+  // An open begin with every argument filled takes about 1.2 KB, and every
+  // 1.2 KB of shared texts counts as one: the default keeps the reader
+  // within 64 MB.
   static constexpr size_t kDefaultMaxOpenIntervals = 40000;
 
   LogStoreExtractor() = default;

@@ -10,6 +10,7 @@
 
 #include "lumvane/signpost/Number.h"
 #include "lumvane/signpost/SignpostObject.h"
+#include "lumvane/signpost/Value.h"
 
 namespace lumvane {
 
@@ -35,12 +36,13 @@ struct SignpostArguments {
     return !string1 && !string2 && !number1 && !number2 && attributes.empty();
   }
 
-  // Slot by slot, this object's value where it has one, else `fallback`'s;
-  // attributes of both, this object's winning on a clash.
-  SignpostArguments mergedOver(const SignpostArguments& fallback) const;
-
   // Writes the slots into the matching properties of a signpost object.
   void applyTo(SignpostObjectProperties* properties) const;
+  // The same, slot by slot this object's value where it has one, else
+  // `fallback`'s: what an interval takes from its begin and its end.
+  void applyOver(const SignpostArguments& fallback, SignpostObjectProperties* properties) const;
+  // Adds the attributes of both to `*out`, this object's winning on a clash.
+  void attributesOver(const SignpostArguments& fallback, Dictionary* out) const;
 };
 
 }  // namespace lumvane

@@ -309,8 +309,9 @@ bool SignpostEntryBuilder::readEntry() {
   }
 
   // A key given twice with two values has no winner, so neither is kept.
-  a.attributes.clear();
-  std::vector<bool> clash;
+  // The pairs of the previous entry are written over, keeping their buffers.
+  size_t count = 0;
+  clash_.clear();
   for (size_t i = 0; i < attributeCount_; ++i) {
     const std::string_view t = attributes_[i];
     if (!IsText(t)) return false;
@@ -319,18 +320,21 @@ bool SignpostEntryBuilder::readEntry() {
     const std::string_view key = t.substr(0, eq);
     const std::string_view value = t.substr(eq + 1);
     size_t k = 0;
-    while (k < a.attributes.size() && a.attributes[k].first != key) ++k;
-    if (k == a.attributes.size()) {
-      a.attributes.emplace_back(std::string(key), std::string(value));
-      clash.push_back(false);
+    while (k < count && a.attributes[k].first != key) ++k;
+    if (k == count) {
+      if (count == a.attributes.size()) a.attributes.emplace_back();
+      a.attributes[count].first.assign(key);
+      a.attributes[count].second.assign(value);
+      ++count;
+      clash_.push_back(false);
     } else if (a.attributes[k].second != value) {
-      clash[k] = true;
+      clash_[k] = true;
     }
   }
   size_t kept = 0;
-  for (size_t k = 0; k < a.attributes.size(); ++k) {
-    if (clash[k]) continue;
-    if (kept != k) a.attributes[kept] = std::move(a.attributes[k]);
+  for (size_t k = 0; k < count; ++k) {
+    if (clash_[k]) continue;
+    if (kept != k) std::swap(a.attributes[kept], a.attributes[k]);
     ++kept;
   }
   a.attributes.resize(kept);

@@ -109,6 +109,7 @@ class SignpostEntryBuilder final {
   std::array<Slot, kFieldCount> slots_;
   std::vector<std::string_view> attributes_;
   size_t attributeCount_ = 0;
+  std::vector<bool> clash_;  // per attribute kept, reused from entry to entry
   bool isSignpost_ = false;
   bool unreadable_ = false;
   std::optional<uint64_t> realtime_;

@@ -17,25 +17,28 @@ std::shared_ptr<const SignpostEvent> MakeEvent(const SignpostEntry& e) {
   return std::make_shared<const SignpostEvent>(std::move(p), e.processName, e.processImagePath);
 }
 
-// The begin's event object, made from what the open begin kept (which it
-// uses up).
-std::shared_ptr<const SignpostEvent> MakeBeginEvent(OpenSignpostInterval* open) {
+std::optional<std::string> Copy(const std::string* interned) {
+  return interned ? std::optional<std::string>(*interned) : std::nullopt;
+}
+
+// The begin's event object, made from what the open begin kept.
+std::shared_ptr<const SignpostEvent> MakeBeginEvent(const OpenSignpostInterval& open) {
   SignpostObjectProperties p;
-  p.subsystem = std::move(open->subsystem);
-  p.category = std::move(open->category);
-  p.name = std::move(open->name);
-  open->arguments.applyTo(&p);
+  p.subsystem = Copy(open.subsystem);
+  p.category = Copy(open.category);
+  p.name = Copy(open.name);
+  open.arguments.applyTo(&p);
   p.durationSeconds = 0.0f;
-  p.telemetryEnabled = open->telemetryEnabled;
-  return std::make_shared<const SignpostEvent>(std::move(p), std::move(open->processName),
-                                               std::move(open->processImagePath));
+  p.telemetryEnabled = open.telemetryEnabled;
+  return std::make_shared<const SignpostEvent>(std::move(p), Copy(open.processName),
+                                               Copy(open.processImagePath));
 }
 
 }  // namespace
 
 SignpostObjectAssembler::SignpostObjectAssembler(size_t maxOpen, Callbacks callbacks,
                                                  LogStoreReadStatistics* stats)
-    : callbacks_(callbacks), stats_(stats), table_(maxOpen) {}
+    : callbacks_(callbacks), stats_(stats), table_(maxOpen, &strings_) {}
 
 void SignpostObjectAssembler::add(const SignpostEntry& e) {
   switch (e.type) {
@@ -65,22 +68,11 @@ void SignpostObjectAssembler::emitEvent(const SignpostEntry& e) {
 }
 
 void SignpostObjectAssembler::begin(const SignpostEntry& e) {
-  if (table_.contains(e)) {
+  const uint64_t droppedBefore = table_.droppedCount();
+  if (!table_.open(e)) {
     ++stats_->duplicateBegins;
     return;
   }
-  OpenSignpostInterval open;
-  open.subsystem = e.subsystem;
-  open.category = e.category;
-  open.name = e.name;
-  open.processName = e.processName;
-  open.processImagePath = e.processImagePath;
-  open.beginTime = e.time;
-  open.arguments = e.arguments;
-  open.telemetryEnabled = e.telemetry;
-  open.animation = e.animation;
-  const uint64_t droppedBefore = table_.droppedCount();
-  (void)table_.open(e, std::move(open));
   if (droppedBefore == 0 && table_.droppedCount() != 0) {
     LVLog().info("Open signpost intervals reached the cap of %zu: dropping the earliest begins",
                  table_.openCount());
@@ -88,7 +80,7 @@ void SignpostObjectAssembler::begin(const SignpostEntry& e) {
 }
 
 void SignpostObjectAssembler::end(const SignpostEntry& e) {
-  std::optional<OpenSignpostInterval> open = table_.close(e);
+  const OpenSignpostInterval* open = table_.close(e);
   if (!open) {
     ++stats_->unmatchedEnds;
     return;
@@ -99,20 +91,19 @@ void SignpostObjectAssembler::end(const SignpostEntry& e) {
     return;
   }
   std::shared_ptr<const SignpostEvent> endEvent = MakeEvent(e);
-  const SignpostArguments merged = open->arguments.mergedOver(e.arguments);
 
   SignpostObjectProperties p;
-  p.subsystem = open->subsystem;
-  p.category = open->category;
-  p.name = open->name;
-  merged.applyTo(&p);
+  p.subsystem = Copy(open->subsystem);
+  p.category = Copy(open->category);
+  p.name = Copy(open->name);
+  open->arguments.applyOver(e.arguments, &p);
   const bool telemetry = open->telemetryEnabled || e.telemetry;
-  std::shared_ptr<const SignpostEvent> beginEvent = MakeBeginEvent(&*open);
+  std::shared_ptr<const SignpostEvent> beginEvent = MakeBeginEvent(*open);
   const double seconds = static_cast<double>(nanoseconds) / 1e9;
   p.durationSeconds = static_cast<float>(seconds);
   p.telemetryEnabled = telemetry;
   Dictionary attributes;
-  for (const auto& [key, value] : merged.attributes) attributes.set(key, value);
+  open->arguments.attributesOver(e.arguments, &attributes);
 
   if (open->animation) {
     const uint64_t frames = open->framesBefore(e.time);

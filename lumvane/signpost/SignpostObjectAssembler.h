@@ -2,7 +2,9 @@
 // the objects the extractor delivers: an event object per event, an
 // interval or animation interval per begin paired with its end, counting
 // what cannot be paired. Objects are made only when they are delivered; an
-// open begin waits as text in the pairing tables, whose cap it applies.
+// open begin waits as text in the pairing tables, whose cap it applies. The
+// assembler lives for one pass, and so does its table of the open begins'
+// strings: a later pass starts with an empty one.
 //
 // Not thread-safe: one thread adds entries and receives the callbacks, one
 // at a time, in the order of the entries.
@@ -13,6 +15,7 @@
 #include "lumvane/signpost/LogStoreExtractor.h"
 #include "lumvane/signpost/SignpostEntry.h"
 #include "lumvane/signpost/SignpostPairingTable.h"
+#include "lumvane/signpost/SignpostStringTable.h"
 
 namespace lumvane {
 
@@ -41,6 +44,8 @@ class SignpostObjectAssembler final {
 
   const Callbacks callbacks_;
   LogStoreReadStatistics* const stats_;
+  // The texts of the open begins; outlives the table that holds them.
+  SignpostStringTable strings_;
   SignpostPairingTable table_;
 };
 

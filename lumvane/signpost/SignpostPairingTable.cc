@@ -1,22 +1,9 @@
 #include "lumvane/signpost/SignpostPairingTable.h"
 
-#include <cstring>
+#include <algorithm>
+#include <functional>
 
 namespace lumvane {
-namespace {
-
-void AppendU64(std::string* s, uint64_t v) {
-  char bytes[sizeof v];
-  std::memcpy(bytes, &v, sizeof v);
-  s->append(bytes, sizeof v);
-}
-
-void AppendText(std::string* s, std::string_view t) {
-  AppendU64(s, t.size());
-  s->append(t.data(), t.size());
-}
-
-}  // namespace
 
 void OpenSignpostInterval::countFrame(const SignpostTime& t) {
   if (SignpostTime::elapsedNanoseconds(beginTime, t) <= 0) return;
@@ -36,57 +23,159 @@ uint64_t OpenSignpostInterval::framesBefore(const SignpostTime& end) const {
   return frames - framesAtLatestTime;
 }
 
-const std::string& SignpostPairingTable::keyOf(const SignpostEntry& e) {
-  // Length-prefixed parts keep ("a", "bc") and ("ab", "c") apart; an
-  // absent name differs from an empty one.
-  key_.clear();
-  key_.push_back(static_cast<char>(e.scope));
-  AppendText(&key_, e.bootID);
-  if (e.scope != SignpostEntry::Scope::System) AppendU64(&key_, e.pid.value_or(0));
-  if (e.scope == SignpostEntry::Scope::Thread) AppendU64(&key_, e.tid.value_or(0));
-  AppendU64(&key_, e.signpostID);
-  AppendText(&key_, e.subsystem);
-  AppendText(&key_, e.category);
-  key_.push_back(e.name ? '\1' : '\0');
-  if (e.name) AppendText(&key_, *e.name);
-  return key_;
+bool SignpostPairingTable::Key::operator==(const Key& o) const {
+  return bootID == o.bootID && subsystem == o.subsystem && category == o.category &&
+         name == o.name && pid == o.pid && tid == o.tid && signpostID == o.signpostID &&
+         scope == o.scope;
 }
 
-bool SignpostPairingTable::contains(const SignpostEntry& e) {
-  return open_.find(keyOf(e)) != open_.end();
+size_t SignpostPairingTable::KeyHash::operator()(const Key& k) const {
+  size_t h = std::hash<uint64_t>()(k.signpostID);
+  const auto mix = [&h](size_t v) { h ^= v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2); };
+  mix(std::hash<const void*>()(k.subsystem));
+  mix(std::hash<const void*>()(k.category));
+  mix(std::hash<const void*>()(k.name));
+  mix(std::hash<const void*>()(k.bootID));
+  mix(std::hash<uint64_t>()(k.pid));
+  mix(std::hash<uint64_t>()(k.tid));
+  mix(static_cast<size_t>(k.scope));
+  return h;
 }
 
-bool SignpostPairingTable::open(const SignpostEntry& e, OpenSignpostInterval interval) {
-  if (open_.find(keyOf(e)) != open_.end()) return false;
-  if (open_.size() >= maxOpen_) {
-    ++dropped_;
-    const auto oldest = byAge_.begin();
-    // The new begin is itself the earliest: it is the one dropped.
-    if (interval.beginTime.realtimeUsec < oldest->first.first) return true;
-    open_.erase(open_.find(*oldest->second));
-    byAge_.erase(oldest);
+std::optional<SignpostPairingTable::Key> SignpostPairingTable::find(const SignpostEntry& e) const {
+  Key k;
+  k.scope = e.scope;
+  if (e.scope != SignpostEntry::Scope::System) k.pid = e.pid.value_or(0);
+  if (e.scope == SignpostEntry::Scope::Thread) k.tid = e.tid.value_or(0);
+  k.signpostID = e.signpostID;
+  if (!(k.bootID = strings_->find(e.bootID)) || !(k.subsystem = strings_->find(e.subsystem)) ||
+      !(k.category = strings_->find(e.category))) {
+    return std::nullopt;
   }
+  if (e.name && !(k.name = strings_->find(*e.name))) return std::nullopt;
+  return k;
+}
+
+bool SignpostPairingTable::contains(const SignpostEntry& e) const {
+  const std::optional<Key> k = find(e);
+  return k && open_.count(*k) != 0;
+}
+
+bool SignpostPairingTable::full() const {
+  return open_.size() + strings_->bytes() / kOpenBeginBytes >= maxOpen_;
+}
+
+void SignpostPairingTable::release(const OpenSignpostInterval& open) {
+  strings_->release(open.subsystem);
+  strings_->release(open.category);
+  strings_->release(open.name);
+  strings_->release(open.processName);
+  strings_->release(open.processImagePath);
+}
+
+const SignpostPairingTable::Age* SignpostPairingTable::oldest() {
+  while (!byAge_.empty()) {
+    const Age& top = byAge_.front();
+    const auto it = open_.find(top.key);
+    if (it != open_.end() && it->second.sequence == top.sequence) return &top;
+    std::pop_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
+    byAge_.pop_back();
+  }
+  return nullptr;
+}
+
+void SignpostPairingTable::dropOldest() {
+  const auto it = open_.find(oldest()->key);
+  release(it->second);
+  strings_->release(it->first.bootID);
+  open_.erase(it);
+  std::pop_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
+  byAge_.pop_back();
+}
+
+void SignpostPairingTable::pushAge(uint64_t realtimeUsec, uint64_t sequence, const Key& key) {
+  if (byAge_.size() >= open_.size() + open_.size() / 2 + 64) {
+    // A third or more are closed begins: keep only the open ones. A
+    // rebuild removes at least a third of what it walks, so that the
+    // cost stays linear in the begins opened.
+    byAge_.clear();
+    for (const auto& [k, open] : open_) {
+      byAge_.push_back(Age{open.beginTime.realtimeUsec, open.sequence, k});
+    }
+    std::make_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
+  }
+  byAge_.push_back(Age{realtimeUsec, sequence, key});
+  std::push_heap(byAge_.begin(), byAge_.end(), std::greater<Age>());
+}
+
+bool SignpostPairingTable::open(const SignpostEntry& e) {
+  if (contains(e)) return false;
+  // The begin's texts join the table first: they count toward the cap.
+  OpenSignpostInterval interval;
+  interval.subsystem = strings_->retain(e.subsystem);
+  interval.category = strings_->retain(e.category);
+  interval.name = e.name ? strings_->retain(*e.name) : nullptr;
+  interval.processName = e.processName ? strings_->retain(*e.processName) : nullptr;
+  interval.processImagePath =
+      e.processImagePath ? strings_->retain(*e.processImagePath) : nullptr;
+  const std::string* bootID = strings_->retain(e.bootID);
+  // Strings no begin holds are let go before any begin is.
+  if (full() && strings_->unheldBytes() >= kOpenBeginBytes) strings_->trim();
+  while (full()) {
+    ++dropped_;
+    // The new begin is itself the earliest (or nothing else can go): it is
+    // the one dropped.
+    const Age* first = oldest();
+    if (!first || e.time.realtimeUsec < first->realtimeUsec) {
+      release(interval);
+      strings_->release(bootID);
+      return true;
+    }
+    dropOldest();
+  }
+  interval.beginTime = e.time;
+  interval.arguments = e.arguments;
+  interval.telemetryEnabled = e.telemetry;
+  interval.animation = e.animation;
   interval.sequence = nextSequence_++;
-  const uint64_t realtime = interval.beginTime.realtimeUsec;
-  const uint64_t sequence = interval.sequence;
-  const auto placed = open_.emplace(key_, std::move(interval)).first;
-  byAge_.emplace(std::make_pair(realtime, sequence), &placed->first);
+  const Key k = *find(e);
+  pushAge(e.time.realtimeUsec, interval.sequence, k);
+  open_.emplace(k, std::move(interval));
   return true;
 }
 
-std::optional<OpenSignpostInterval> SignpostPairingTable::close(const SignpostEntry& e) {
-  auto it = open_.find(keyOf(e));
-  if (it == open_.end()) return std::nullopt;
-  byAge_.erase({it->second.beginTime.realtimeUsec, it->second.sequence});
-  std::optional<OpenSignpostInterval> interval(std::move(it->second));
+OpenSignpostInterval* SignpostPairingTable::close(const SignpostEntry& e) {
+  if (closed_) {
+    release(*closed_);
+    closed_.reset();
+  }
+  const std::optional<Key> k = find(e);
+  const auto it = k ? open_.find(*k) : open_.end();
+  if (it == open_.end()) return nullptr;
+  strings_->release(it->first.bootID);
+  closed_.emplace(std::move(it->second));
   open_.erase(it);
-  return interval;
+  return &*closed_;
 }
 
 void SignpostPairingTable::countFrame(const SignpostEntry& e) {
   if (open_.empty()) return;
-  auto it = open_.find(keyOf(e));
+  const std::optional<Key> k = find(e);
+  if (!k) return;
+  const auto it = open_.find(*k);
   if (it != open_.end()) it->second.countFrame(e.time);
+}
+
+void SignpostPairingTable::clear() {
+  if (closed_) release(*closed_);
+  closed_.reset();
+  for (const auto& [key, open] : open_) {
+    release(open);
+    strings_->release(key.bootID);
+  }
+  open_.clear();
+  byAge_.clear();
+  dropped_ = 0;
 }
 
 }  // namespace lumvane
