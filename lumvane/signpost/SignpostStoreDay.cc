@@ -119,8 +119,12 @@ std::string SignpostStoreDay::numberValue(bool signedRange) {
   const uint64_t c = random_.below(100);
   if (c < 3) return "n/a";
   if (c < 6) return std::to_string(9223372036854775808ull + random_.below(1000000));
-  if (c < 12)
-    return std::to_string(random_.below(100000)) + "." + std::to_string(random_.below(100));
+  if (c < 12) {
+    // Drawn in sequence, as the operands of + may be evaluated in either order.
+    const uint64_t fraction = random_.below(100);
+    const uint64_t whole = random_.below(100000);
+    return std::to_string(whole) + "." + std::to_string(fraction);
+  }
   if (signedRange) return std::to_string(static_cast<int64_t>(random_.below(2000)) - 1000);
   return std::to_string(random_.below(5000000));
 }
