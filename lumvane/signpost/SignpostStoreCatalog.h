@@ -1,8 +1,8 @@
 // What the synthetic signpost stores are made of: the programs that log,
 // the signposts they mark with the arguments each carries, the argument
 // values (inside and outside the Cirros whitelist, private-looking text) and
-// other programs' journal lines. Only SignpostStoreGenerator uses it; the
-// tables are apart from it so that the generator's file holds its logic.
+// other programs' journal lines. Only the store generator (SignpostStoreDay)
+// uses it; the tables are apart so that the generator's files hold its logic.
 #pragma once
 
 namespace lumvane::signpost_store {

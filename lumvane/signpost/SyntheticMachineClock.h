@@ -2,8 +2,9 @@
 // the wall clock (an entry's realtime), CLOCK_MONOTONIC (stops while the
 // machine sleeps) and CLOCK_BOOTTIME (keeps counting), both from the boot's
 // start. The machine sleeps once during its first boot and may reboot once,
-// after which both clocks start again under a new boot ID. Used by
-// SignpostStoreGenerator only; not thread-safe.
+// after which both clocks start again under a new boot ID. Used by the
+// store generator only (SignpostStoreDay, SignpostStoreEntryWriter); not
+// thread-safe.
 #pragma once
 
 #include <cstdint>
