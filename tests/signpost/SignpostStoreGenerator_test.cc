@@ -127,5 +127,18 @@ TEST(SignpostStoreGeneratorTest, JsonFormIsWhatJournalctlPrintsAndTheReaderFinds
   EXPECT_EQ(testing::ReadFile(dir.file("c.json")).find("SIGNPOST_TELEMETRY"), std::string::npos);
 }
 
+// The same options write the same bytes, with every compiler: the bundled sample is this run's output, and the
+// README's figures for it are what the generator counts.
+TEST(SignpostStoreGeneratorTest, WritesTheBundledSampleByteForByte) {
+  testing::TempDir dir;
+  SignpostStoreGeneratorOptions o;
+  o.seed = 42, o.records = 3000, o.end = Date{std::chrono::seconds(1714557600)};  // 2024-05-01T12:00:00+02:00
+  const SignpostStoreCounts c = Generate(o, dir.file("sample.ndjson"));
+  EXPECT_TRUE(testing::ReadFile(dir.file("sample.ndjson")) ==
+              testing::ReadFile(LUMVANE_SOURCE_DIR "/examples/signpost-store/signposts.ndjson"));
+  EXPECT_EQ(std::vector<uint64_t>({c.signposts, c.intervals, c.animationIntervals, c.events, c.telemetryObjects}),
+            std::vector<uint64_t>({2149, 544, 124, 786, 672}));
+}
+
 }  // namespace
 }  // namespace lumvane
