@@ -60,10 +60,8 @@ int JournalPart(const std::string& dir, uint64_t signposts, uint64_t repeat) {
               static_cast<unsigned long long>(entries), static_cast<unsigned long long>(expected),
               bytes / 1e6, journalDir.c_str());
   Warm(journalDir);
-  std::vector<double> journalctl, walk, reader, journalctlCpu, walkCpu, readerCpu;
-  std::vector<double> callingCpu, readingCpu;
-  ReaderRun last;
-  long rssPeak = 0, anonPeak = 0;
+  std::vector<double> journalctl, walk, journalctlCpu, walkCpu;
+  ReaderRuns readerRuns;
   uint64_t walked = 0;
   const std::vector<std::string> journalctlArgs = {
       kJournalctl, "-D", journalDir, "-o", "export",
@@ -82,19 +80,11 @@ int JournalPart(const std::string& dir, uint64_t signposts, uint64_t repeat) {
           walk.push_back(TimeJournalWalk(journalDir, &walked, &cpu));
           walkCpu.push_back(cpu);
         },
-        [&] {
-          last = RunReader(journalDir);
-          reader.push_back(last.seconds);
-          readerCpu.push_back(last.cpuSeconds);
-          callingCpu.push_back(last.callingCpuSeconds);
-          readingCpu.push_back(last.cpuSeconds - last.callingCpuSeconds);
-          rssPeak = std::max(rssPeak, last.rssPeakKiB);
-          anonPeak = std::max(anonPeak, last.anonPeakKiB - last.anonBeforeKiB);
-        }};
+        [&] { readerRuns.add(RunReader(journalDir)); }};
     if (i % 2) std::reverse(runs.begin(), runs.end());
     for (auto& run : runs) run();
   }
-  const double j = Median(journalctl), w = Median(walk), r = Median(reader);
+  const double j = Median(journalctl), w = Median(walk), r = Median(readerRuns.seconds);
   std::printf("  journalctl -o export MESSAGE_ID=...: %s s, median %.3f s, CPU %.3f s\n",
               Times(journalctl).c_str(), j, Median(journalctlCpu));
   std::printf(
@@ -104,22 +94,23 @@ int JournalPart(const std::string& dir, uint64_t signposts, uint64_t repeat) {
   std::printf(
       "  reader: %s s, median %.3f s, CPU %.3f s; %llu signposts processed, %llu objects "
       "delivered\n",
-      Times(reader).c_str(), r, Median(readerCpu), static_cast<unsigned long long>(last.processed),
-      static_cast<unsigned long long>(last.objects));
+      Times(readerRuns.seconds).c_str(), r, Median(readerRuns.cpuSeconds),
+      static_cast<unsigned long long>(readerRuns.last.processed),
+      static_cast<unsigned long long>(readerRuns.last.objects));
   std::printf("  reader CPU by thread: calling (decode, pair, callbacks) %.3f s, reading %.3f s\n",
-              Median(callingCpu), Median(readingCpu));
-  if (last.processed == 0 || j <= 0) {
+              Median(readerRuns.callingCpuSeconds), Median(readerRuns.readingCpuSeconds));
+  if (readerRuns.last.processed == 0 || j <= 0) {
     std::printf("  journalctl time / reader time: not measured (a side read nothing)\n");
   } else {
     std::printf("  journalctl time / reader time: %.2f (goal: at least 3)\n", j / r);
     if (w > 0) std::printf("  walk time / reader time: %.2f\n", w / r);
   }
-  PrintAllocations(last, entries);
+  PrintAllocations(readerRuns.last, entries);
   std::printf("  reader peak: VmRSS %ld KiB (mapped journal files included), RssAnon +%ld KiB\n",
-              rssPeak, anonPeak);
-  if (last.processed != expected) {
+              readerRuns.rssPeakKiB, readerRuns.anonGrowthPeakKiB);
+  if (readerRuns.last.processed != expected) {
     std::printf("  note: the reader processed %llu signposts, the files hold %llu\n",
-                static_cast<unsigned long long>(last.processed),
+                static_cast<unsigned long long>(readerRuns.last.processed),
                 static_cast<unsigned long long>(expected));
   }
   return 0;

@@ -37,10 +37,9 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
               static_cast<unsigned long long>(records), static_cast<unsigned long long>(expected),
               mb);
   Warm(path);
-  std::vector<double> baseline, reader, baselineCpu, readerCpu, callingCpu, readingCpu;
+  std::vector<double> baseline, baselineCpu;
   JsonParseRun base;
-  ReaderRun last;
-  long rssPeak = 0, anonPeak = 0;
+  ReaderRuns readerRuns;
   for (uint64_t i = 0; i < repeat; ++i) {
     std::vector<std::function<void()>> runs = {
         [&] {
@@ -48,19 +47,11 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
           baseline.push_back(base.seconds);
           baselineCpu.push_back(base.cpuSeconds);
         },
-        [&] {
-          last = RunReader(path);
-          reader.push_back(last.seconds);
-          readerCpu.push_back(last.cpuSeconds);
-          callingCpu.push_back(last.callingCpuSeconds);
-          readingCpu.push_back(last.cpuSeconds - last.callingCpuSeconds);
-          rssPeak = std::max(rssPeak, last.rssPeakKiB);
-          anonPeak = std::max(anonPeak, last.anonPeakKiB);
-        }};
+        [&] { readerRuns.add(RunReader(path)); }};
     if (i % 2) std::reverse(runs.begin(), runs.end());
     for (auto& run : runs) run();
   }
-  const double b = Median(baseline), r = Median(reader);
+  const double b = Median(baseline), r = Median(readerRuns.seconds);
   std::printf(
       "  baseline (simdjson on-demand, 4 MB buffer, same fields): %s s, median %.3f s, "
       "CPU %.3f s, %.1f MB/s, %llu signposts, %llu values read\n",
@@ -70,19 +61,19 @@ int JsonPart(const std::string& dir, uint64_t lines, uint64_t repeat) {
   std::printf(
       "  reader: %s s, median %.3f s, CPU %.3f s, %.1f MB/s, %llu signposts processed, %llu "
       "objects delivered\n",
-      Times(reader).c_str(), r, Median(readerCpu), mb / r,
-      static_cast<unsigned long long>(last.processed),
-      static_cast<unsigned long long>(last.objects));
+      Times(readerRuns.seconds).c_str(), r, Median(readerRuns.cpuSeconds), mb / r,
+      static_cast<unsigned long long>(readerRuns.last.processed),
+      static_cast<unsigned long long>(readerRuns.last.objects));
   std::printf("  reader CPU by thread: calling (decode, pair, callbacks) %.3f s, reading %.3f s\n",
-              Median(callingCpu), Median(readingCpu));
-  if (last.processed == 0) {
+              Median(readerRuns.callingCpuSeconds), Median(readerRuns.readingCpuSeconds));
+  if (readerRuns.last.processed == 0) {
     std::printf("  baseline time / reader time: not measured (the reader read nothing)\n");
   } else {
     std::printf("  baseline time / reader time: %.2f (goal: at least 1)\n", b / r);
   }
-  PrintAllocations(last, records);
-  std::printf("  reader peak: VmRSS %ld KiB, RssAnon %ld KiB (whole process)\n", rssPeak,
-              anonPeak);
+  PrintAllocations(readerRuns.last, records);
+  std::printf("  reader peak: VmRSS %ld KiB, RssAnon %ld KiB (whole process)\n",
+              readerRuns.rssPeakKiB, readerRuns.anonPeakKiB);
   return 0;
 }
 

@@ -1,5 +1,7 @@
 #include "bench/journal_read/ReaderRun.h"
 
+#include <algorithm>
+
 #include <malloc.h>
 #include <sys/resource.h>
 
@@ -43,6 +45,17 @@ ReaderRun RunReader(const std::string& store) {
                  error ? error->localizedDescription().c_str() : "(no error given)");
   }
   return r;
+}
+
+void ReaderRuns::add(const ReaderRun& run) {
+  last = run;
+  seconds.push_back(run.seconds);
+  cpuSeconds.push_back(run.cpuSeconds);
+  callingCpuSeconds.push_back(run.callingCpuSeconds);
+  readingCpuSeconds.push_back(run.cpuSeconds - run.callingCpuSeconds);
+  rssPeakKiB = std::max(rssPeakKiB, run.rssPeakKiB);
+  anonPeakKiB = std::max(anonPeakKiB, run.anonPeakKiB);
+  anonGrowthPeakKiB = std::max(anonGrowthPeakKiB, run.anonPeakKiB - run.anonBeforeKiB);
 }
 
 void PrintAllocations(const ReaderRun& r, uint64_t records) {

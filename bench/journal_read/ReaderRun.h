@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "lumvane/platform/Date.h"
 
@@ -29,6 +30,16 @@ struct ReaderRun {
 // [kStart, kEnd] with callbacks that only count objects. A failed read is
 // reported on standard error and answers what was measured.
 ReaderRun RunReader(const std::string& store);
+
+// The runs of one contender: their times, the CPU split between the
+// reader's threads, and the peak memory over all of them (the anonymous
+// peak as growth during a run, or whole, as the part reports it).
+struct ReaderRuns {
+  std::vector<double> seconds, cpuSeconds, callingCpuSeconds, readingCpuSeconds;
+  long rssPeakKiB = 0, anonPeakKiB = 0, anonGrowthPeakKiB = 0;
+  ReaderRun last;
+  void add(const ReaderRun& run);
+};
 
 // Prints the allocations of `r` per store record and per signpost; nothing
 // when either count is 0.
