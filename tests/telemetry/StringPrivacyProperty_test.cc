@@ -144,7 +144,7 @@ TEST(StringPrivacyPropertyTest, NoStringOutsideThePlatformWhitelistIsEverSent) {
     std::shared_ptr<WorkQueue> queue = NewSerialWorkQueue("privacy");
     auto filter = LumvaneObjectFilter::initWithPlatform(platform);
     ASSERT_NE(filter, nullptr);
-    auto perfLogging = [&](const Value* subsystem) {
+    auto perfLogging = [&, platform = platform](const Value* subsystem) {
       return platform == LVPlatformArdenos && subsystem && *subsystem == Value("com.orvel.Brackenfold");
     };
     auto listed = [&](const auto& name, const auto& value) { return !name || (value && allowed.count(*value)); };
