@@ -127,7 +127,7 @@ class UploadTest : public ::testing::Test {
 
 TEST_F(UploadTest, ServerDownAtStartEventsWaitThenAllArriveOnce) {
   append(0, 300);
-  startUploader();
+  startUploader({"--rotate-bytes", "4096"});  // the spool rotates by size while no line can be published
   ASSERT_TRUE(uploader_->waitForError("cannot connect to " + server_->url(), 10s)) << uploader_->err();
   std::this_thread::sleep_for(500ms);  // many retries
   const std::string before = status();
