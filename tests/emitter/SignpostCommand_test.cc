@@ -136,5 +136,29 @@ TEST(SignpostCommand, ScriptsPairInSystemScopeOrOnBehalfOfAProcess) {
   EXPECT_NE(text.find("no journal"), std::string::npos) << text;
 }
 
+// The boot clock and the monotonic clock differ only across a suspend, so the command runs once in a time
+// namespace whose boot clock is a million seconds ahead; the value written must carry that lead.
+TEST(SignpostCommand, StampsEntriesWithTheBootClock) {
+  START_JOURNAL(journal, PrivateJournal::Options{});
+  TempDir dir;
+  const std::vector<std::string> event = {LUMVANE_BINARY_DIR "/signpost-command/lumvane-signpost", "event",
+                                          "--subsystem", "s", "--category", "c"};
+  std::vector<std::string> ahead = {"/usr/bin/unshare", "--user", "--map-root-user", "--time",
+                                    "--boottime", "1000000", "--fork"};
+  ahead.insert(ahead.end(), event.begin(), event.end());
+  ASSERT_EQ(ChildProcess(event, {}, dir.file("now")).wait(std::chrono::seconds(10)), 0);
+  ChildProcess shifted(ahead, {}, dir.file("ahead"));
+  const auto status = shifted.wait(std::chrono::seconds(10));
+  if (status != 0 && shifted.err().find("unshare") != std::string::npos)
+    GTEST_SKIP() << "no time namespace here: " << shifted.err();
+  ASSERT_EQ(status, 0) << shifted.err();
+  auto entries = Signposts(journal);
+  ASSERT_EQ(entries.size(), 2u);
+  const double lead = (std::stod(Field(entries[1], "SIGNPOST_BOOTTIME_NSEC")) -
+                       std::stod(Field(entries[0], "SIGNPOST_BOOTTIME_NSEC"))) / 1e9;
+  EXPECT_GE(lead, 1000000.0);
+  EXPECT_LT(lead, 1000010.0);
+}
+
 }  // namespace
 }  // namespace lumvane::testing
